@@ -1,0 +1,107 @@
+// Waiting on descriptors of any number. See fd_wait.h.
+#include "fd_wait.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/select.h>
+
+namespace
+{
+
+constexpr int fd_limit = 65536;
+constexpr int bits_per_word = 8 * sizeof(unsigned long);
+
+// The layout of `fd_set`, longer. Only the words up to the highest descriptor are ever touched.
+struct fd_bits {
+    unsigned long words[fd_limit / bits_per_word];
+
+    void clear(int count)
+    {
+        memset(words, 0, sizeof(words[0]) * ((count + bits_per_word - 1) / bits_per_word));
+    }
+    void set(int fd)
+    {
+        words[fd / bits_per_word] |= 1UL << (fd % bits_per_word);
+    }
+    bool test(int fd) const
+    {
+        return (words[fd / bits_per_word] >> (fd % bits_per_word) & 1UL) != 0;
+    }
+    fd_set* for_select()
+    {
+        return reinterpret_cast<fd_set*>(words);
+    }
+};
+
+// The descriptor count for `select`, or -1 when a descriptor has no place in the sets.
+int descriptor_count(const fd_watch* watches, int count)
+{
+    int highest = -1;
+    for (int i = 0; i < count; i++) {
+        if (watches[i].fd < 0 || watches[i].fd >= fd_limit) {
+            return -1;
+        }
+        if (watches[i].fd > highest) {
+            highest = watches[i].fd;
+        }
+    }
+    return highest + 1;
+}
+
+bool any_wants(const fd_watch* watches, int count, fd_condition condition)
+{
+    for (int i = 0; i < count; i++) {
+        if ((watches[i].wanted & condition) != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Fills the set for one condition; null when nobody wants it.
+fd_set* fill(fd_bits& bits, int nfds, const fd_watch* watches, int count, fd_condition condition)
+{
+    if (!any_wants(watches, count, condition)) {
+        return nullptr;
+    }
+    bits.clear(nfds);
+    for (int i = 0; i < count; i++) {
+        if ((watches[i].wanted & condition) != 0) {
+            bits.set(watches[i].fd);
+        }
+    }
+    return bits.for_select();
+}
+
+void take(const fd_bits& bits, fd_watch& watch, fd_condition condition)
+{
+    if ((watch.wanted & condition) != 0 && bits.test(watch.fd)) {
+        watch.ready |= condition;
+    }
+}
+
+} // namespace
+
+int fd_wait(fd_watch* watches, int count, timeval* timeout)
+{
+    for (int i = 0; i < count; i++) {
+        watches[i].ready = 0;
+    }
+    const int nfds = descriptor_count(watches, count);
+    if (nfds < 0) {
+        errno = EBADF;
+        return -1;
+    }
+    fd_bits readable;
+    fd_bits writable;
+    fd_bits exceptional;
+    const int ret = select(nfds, fill(readable, nfds, watches, count, fd_readable),
+                           fill(writable, nfds, watches, count, fd_writable),
+                           fill(exceptional, nfds, watches, count, fd_exceptional), timeout);
+    for (int i = 0; ret > 0 && i < count; i++) {
+        take(readable, watches[i], fd_readable);
+        take(writable, watches[i], fd_writable);
+        take(exceptional, watches[i], fd_exceptional);
+    }
+    return ret;
+}
