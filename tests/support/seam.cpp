@@ -1,0 +1,215 @@
+// The operating system as a seam. See seam.h.
+#include "seam.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <mutex>
+#include <pthread.h>
+#include <sys/prctl.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+#include <vector>
+
+namespace support
+{
+
+namespace
+{
+
+std::mutex guard; // the list of armed faults
+std::vector<fault*> armed;
+std::atomic<int> armed_count{0};
+
+std::string thread_name()
+{
+    char name[17] = {};
+    prctl(PR_GET_NAME, name);
+    return name;
+}
+
+} // namespace
+
+fault::fault(const char* name, int with, int from, int how_often)
+    : function(name), error(with), nth(from), times(how_often)
+{
+    const std::lock_guard<std::mutex> lock(guard);
+    armed.push_back(this);
+    armed_count = static_cast<int>(armed.size());
+}
+
+fault::~fault()
+{
+    const std::lock_guard<std::mutex> lock(guard);
+    armed.erase(std::find(armed.begin(), armed.end(), this));
+    armed_count = static_cast<int>(armed.size());
+}
+
+fault& fault::on_thread(const std::string& name)
+{
+    const std::lock_guard<std::mutex> lock(guard);
+    thread = name.substr(0, 15);
+    return *this;
+}
+
+fault& fault::returning(long result)
+{
+    const std::lock_guard<std::mutex> lock(guard);
+    forced_result = result;
+    return *this;
+}
+
+fault& fault::on_descriptor(int fd)
+{
+    descriptor = fd;
+    return *this;
+}
+
+int fault::hits() const
+{
+    return struck;
+}
+
+bool fault::strikes(const char* name, long first_argument, long* result, int* with)
+{
+    if (function != name || (!thread.empty() && thread != thread_name()) ||
+        (descriptor != -1 && descriptor != first_argument)) {
+        return false;
+    }
+    const int call = ++seen;
+    if (call < nth || call - nth >= times) {
+        return false;
+    }
+    struck++;
+    *result = forced_result;
+    *with = error;
+    return true;
+}
+
+// Whether a call is to fail; sets errno then. The first argument matters for descriptors only.
+static bool struck(const char* name, long first_argument, long* result, int* error)
+{
+    if (armed_count == 0) {
+        return false;
+    }
+    const int before = errno;
+    bool any = false;
+    {
+        const std::lock_guard<std::mutex> lock(guard);
+        for (fault* f : armed) {
+            any = any || f->strikes(name, first_argument, result, error);
+        }
+    }
+    errno = any && *error != 0 ? *error : before;
+    return any;
+}
+
+} // namespace support
+
+using support::struck;
+
+// One function of the seam: fails as told, or passes the call on.
+#define SEAM(type, name, parameters, first, arguments)                                             \
+    type seam_##name parameters                                                                    \
+    {                                                                                              \
+        long result = 0;                                                                           \
+        int error = 0;                                                                             \
+        if (struck(#name, first, &result, &error)) {                                               \
+            return static_cast<type>(result);                                                      \
+        }                                                                                          \
+        return name arguments;                                                                     \
+    }
+
+// The same for functions whose result is the error itself.
+#define SEAM_PTHREAD(name, parameters, arguments)                                                  \
+    int seam_##name parameters                                                                     \
+    {                                                                                              \
+        long result = 0;                                                                           \
+        int error = 0;                                                                             \
+        if (struck(#name, -1, &result, &error)) {                                                  \
+            return error;                                                                          \
+        }                                                                                          \
+        return name arguments;                                                                     \
+    }
+
+extern "C" {
+SEAM(int, socket, (int domain, int type, int protocol), -1, (domain, type, protocol))
+SEAM(int, bind, (int fd, const sockaddr* to, socklen_t length), fd, (fd, to, length))
+SEAM(int, connect, (int fd, const sockaddr* to, socklen_t length), fd, (fd, to, length))
+SEAM(int, getsockname, (int fd, sockaddr* to, socklen_t* length), fd, (fd, to, length))
+SEAM(int, getsockopt, (int fd, int level, int name, void* value, socklen_t* length), fd,
+     (fd, level, name, value, length))
+SEAM(ssize_t, recv, (int fd, void* into, size_t room, int flags), fd, (fd, into, room, flags))
+SEAM(ssize_t, recvfrom,
+     (int fd, void* into, size_t room, int flags, sockaddr* from, socklen_t* length), fd,
+     (fd, into, room, flags, from, length))
+SEAM(ssize_t, send, (int fd, const void* data, size_t size, int flags), fd,
+     (fd, data, size, flags))
+SEAM(ssize_t, sendto,
+     (int fd, const void* data, size_t size, int flags, const sockaddr* to, socklen_t length), fd,
+     (fd, data, size, flags, to, length))
+SEAM(ssize_t, read, (int fd, void* into, size_t room), fd, (fd, into, room))
+SEAM(ssize_t, write, (int fd, const void* data, size_t size), fd, (fd, data, size))
+SEAM(int, select, (int count, fd_set* in, fd_set* out, fd_set* except, timeval* timeout), -1,
+     (count, in, out, except, timeout))
+SEAM(int, pipe, (int* ends), -1, (ends))
+SEAM(int, gettimeofday, (timeval* now, void* zone), -1, (now, zone))
+SEAM_PTHREAD(pthread_create,
+             (pthread_t * thread, const pthread_attr_t* attributes, void* (*main)(void*),
+              void* argument),
+             (thread, attributes, main, argument))
+SEAM_PTHREAD(pthread_mutex_init, (pthread_mutex_t * mutex, const pthread_mutexattr_t* attributes),
+             (mutex, attributes))
+
+int seam_fcntl(int fd, int command, int value)
+{
+    long result = 0;
+    int error = 0;
+    return struck("fcntl", fd, &result, &error) ? static_cast<int>(result)
+                                                : fcntl(fd, command, value);
+}
+
+void* seam_calloc(size_t count, size_t size)
+{
+    long result = 0;
+    int error = 0;
+    return struck("calloc", -1, &result, &error) ? nullptr : calloc(count, size);
+}
+
+tm* seam_localtime_r(const time_t* at, tm* into)
+{
+    long result = 0;
+    int error = 0;
+    return struck("localtime_r", -1, &result, &error) ? nullptr : localtime_r(at, into);
+}
+
+int seam_vfork_struck()
+{
+    long result = 0;
+    int error = 0;
+    return struck("vfork", -1, &result, &error) ? 1 : 0;
+}
+}
+
+// vfork returns twice into the frame of its caller, so the seam must not have a frame of its own
+// when it passes the call on.
+asm(R"(
+    .text
+    .globl seam_vfork
+    .type seam_vfork, @function
+seam_vfork:
+    subq $8, %rsp
+    call seam_vfork_struck@PLT
+    addq $8, %rsp
+    testl %eax, %eax
+    jne 1f
+    jmp vfork@PLT
+1:  movl $-1, %eax
+    ret
+    .size seam_vfork, .-seam_vfork
+)");

@@ -1,0 +1,53 @@
+// The operating system as a seam: the library's calls of libc functions can be made to fail.
+//
+// The tests link a copy of the library whose calls of the functions below go through the seam
+// (CMake renames them in the archive); calls of the test kit and of the tests do not. Without a
+// fault the seam passes every call on.
+//
+//     bind calloc connect fcntl getsockname getsockopt gettimeofday localtime_r pipe
+//     pthread_create pthread_mutex_init read recv recvfrom select send sendto socket vfork write
+#pragma once
+
+#include <atomic>
+#include <string>
+
+namespace support
+{
+
+constexpr int for_ever = 1 << 30;
+
+// While it lives, calls of `function` by the library fail: from the `nth` next one on, `times` of
+// them, with `error` (errno, or the result for pthread functions). With `result` the calls return
+// that instead of -1, without being made; errno is then set only if `error` is not 0.
+class fault
+{
+public:
+    fault(const char* function, int error, int nth = 1, int times = for_ever);
+    ~fault();
+    fault(const fault&) = delete;
+    fault& operator=(const fault&) = delete;
+
+    // Only for threads of this name ("sdk_msgsender_main"; the first 15 characters count).
+    fault& on_thread(const std::string& name);
+    fault& returning(long result);
+    // Only calls whose first argument is this descriptor.
+    fault& on_descriptor(int fd);
+
+    int hits() const; // calls that have failed so far
+
+    // For the seam itself.
+    bool strikes(const char* function, long first_argument, long* result, int* error);
+
+private:
+    const std::string function;
+    const int error;
+    const int nth;
+    const int times;
+    std::string thread;
+    long forced_result = -1;
+    std::atomic<long> descriptor{-1};
+    std::atomic<int> seen{0};
+    std::atomic<int> struck{0};
+};
+
+} // namespace support
