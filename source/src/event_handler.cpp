@@ -4,13 +4,14 @@
 // callbacks_over before it looks at the count: one of the two always sees the other.
 #include "event_handler.h"
 
+#include <ctime>
 #include <unistd.h>
 
 namespace
 {
 
 constexpr int finish_poll_us = 10000;
-constexpr int finish_polls = 500; // five seconds
+constexpr int finish_limit_s = 5;
 
 // Whether this thread is inside an event callback, of whichever login.
 thread_local bool in_event_callback;
@@ -21,6 +22,13 @@ void call_back(zu_sdk_user* user)
     in_event_callback = true;
     callback(user->handle, static_cast<ZU_U32>(user->event.load()), user->event_userdata);
     in_event_callback = false;
+}
+
+bool has_passed(const timespec& end)
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec > end.tv_sec || (now.tv_sec == end.tv_sec && now.tv_nsec >= end.tv_nsec);
 }
 
 } // namespace
@@ -44,7 +52,10 @@ void event_handler_finish(zu_sdk_user* user)
     if (in_event_callback) {
         return;
     }
-    for (int i = 0; i < finish_polls && user->callbacks_running != 0; i++) {
+    timespec end;
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_sec += finish_limit_s;
+    while (user->callbacks_running != 0 && !has_passed(end)) {
         usleep(finish_poll_us);
     }
 }

@@ -1,4 +1,8 @@
 // Waiting on descriptors of any number. See fd_wait.h.
+//
+// `select` reads and writes as many bits of a set as the descriptor count asks for, so a longer set
+// than fd_set serves. The sets stand on the stack and are cleared only as far as they are used.
+// Runs on any thread.
 #include "fd_wait.h"
 
 #include <cerrno>

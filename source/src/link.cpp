@@ -1,4 +1,8 @@
 // The two sockets of one connection. See link.h.
+//
+// Opened by the device manager; held, shut down and dropped by it, by the workers and by a Logout.
+// Everything that they share is an atomic: the marks decide who shuts a socket down, the count who
+// closes it.
 #include "link.h"
 
 #include <arpa/inet.h>

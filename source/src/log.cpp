@@ -1,4 +1,5 @@
-// The diagnostic log. See log.h.
+// The diagnostic log: one line, its delivery, and the two settings of the log. See log.h. Runs on
+// whichever thread writes a line; nothing is locked.
 //
 // A line is built on the caller's stack and then copied into the shared buffers. The copies are the
 // library's one deliberate data race: an application reads `dbgout_info` and the line it is handed
@@ -39,20 +40,16 @@ __attribute__((no_sanitize("thread"))) void publish(char (&buffer)[size], const 
     }
 }
 
-} // namespace
-
-const char* format_time()
+// Builds the stamp in `text` and leaves it in the shared buffer too. Empty when the clock can't be
+// read or the zone not be worked out.
+void make_time_stamp(char (&text)[sizeof(time_stamp)])
 {
-    char text[sizeof(time_stamp)] = {};
+    memset(text, 0, sizeof(text));
     publish(time_stamp, text);
     timeval now;
     tm local;
-    if (gettimeofday(&now, nullptr) != 0) {
-        return time_stamp;
-    }
-    tzset(); // a change of TZ takes effect at the next line
-    if (localtime_r(&now.tv_sec, &local) == nullptr) {
-        return time_stamp;
+    if (gettimeofday(&now, nullptr) != 0 || localtime_r(&now.tv_sec, &local) == nullptr) {
+        return;
     }
     char full[96] = {};
     snprintf(full, sizeof(full), "%d-%02d-%02d %02d:%02d:%02d.%03d", local.tm_year + 1900,
@@ -61,6 +58,14 @@ const char* format_time()
     // The full text has 23 characters: its last digit is cut, which is part of the line format.
     memcpy(text, full, sizeof(text) - 1);
     publish(time_stamp, text);
+}
+
+} // namespace
+
+const char* format_time()
+{
+    char text[sizeof(time_stamp)];
+    make_time_stamp(text);
     return time_stamp;
 }
 
@@ -79,13 +84,14 @@ void log_write(int type, const char* function, int line, const char* format, ...
     const int error = errno;
     char whole[sizeof(dbg_info)] = {};
     char bare[sizeof(dbgout_info)] = {};
+    char stamp[sizeof(time_stamp)];
 
     va_list arguments;
     va_start(arguments, format);
     vsnprintf(bare, sizeof(bare), format, arguments);
     va_end(arguments);
-    snprintf(whole, sizeof(whole), "[%s %s +%-4d %s] ", format_time(), log_source_file, line,
-             function);
+    make_time_stamp(stamp); // not read back from the shared buffer, which another line may clear
+    snprintf(whole, sizeof(whole), "[%s %s +%-4d %s] ", stamp, log_source_file, line, function);
     strncat(whole, bare, sizeof(whole) - strlen(whole) - 1);
 
     publish(dbg_info, whole);

@@ -1,4 +1,8 @@
 // Login, logout and the settings of a login. See login.h.
+//
+// Runs on the caller's thread. Until the device manager starts, the record is Login's alone; after
+// it has ended, and both workers with it, the record's sockets and pipes belong to whoever ends the
+// login, which the state word decides.
 #include "login.h"
 
 #include <cerrno>
@@ -120,14 +124,9 @@ bool claim_end(zu_sdk_user* user)
     return user->state.compare_exchange_strong(live, login_ending);
 }
 
-void stop_device_manager(zu_sdk_user* user)
-{
-    user->devmanager_run = 0;
-    pthread_join(user->devmanager, nullptr);
-}
-
-// Shuts down, without a line, a link that is still or again there once the device manager has
-// ended; its workers end by that.
+// Shuts down, without a line, a link that is still or again there; its workers end by that. After
+// devmanager_run is 0 no link but the one found here can come up, and after the device manager has
+// ended none can be made.
 void shut_last_link(zu_sdk_user* user)
 {
     device_link* link = sdk_user_take_link(user);
@@ -138,14 +137,16 @@ void shut_last_link(zu_sdk_user* user)
     }
 }
 
-// The last steps, once the device manager has ended and the workers are on their way out.
+// The last steps, once the device manager has ended and the workers are on their way out. The
+// sockets go last: until the slot is empty a request may still be sent to the loopback port, which
+// must not be another login's by then.
 void release(zu_sdk_user* user, ZU_U32 handle)
 {
     join_workers(user);
-    sdk_user_set_link(user, nullptr);
     close_pipes(user); // no worker is left to watch them
     event_handler_finish(user);
     free_sdkuser(handle);
+    sdk_user_set_link(user, nullptr);
 }
 
 void abandon_login(zu_sdk_user* user, ZU_U32 handle)
@@ -153,25 +154,32 @@ void abandon_login(zu_sdk_user* user, ZU_U32 handle)
     if (!claim_end(user)) {
         return; // a Logout is at it
     }
-    stop_device_manager(user);
+    user->devmanager_run = 0;
+    if (user->in_all_ok == 1) {
+        shut_last_link(user); // up just too late; nothing shall keep its teardown waiting
+    }
+    pthread_join(user->devmanager, nullptr);
     shut_last_link(user);
     user->msgrecver_run = 0;
     user->msgsender_run = 0;
     release(user, handle);
 }
 
+// The lines follow the fields, which may show a socket that is gone already; what is shut down is
+// the link that is there.
 void shut_sockets(const char* who, zu_sdk_user* user)
 {
     device_link* link = sdk_user_take_link(user);
-    // The lines follow the fields, which may show a socket that is gone already.
-    if (user->ext_sock > 0) {
-        LOG_TRACE(who, "close ext_sock, ext_sock: %d\n", user->ext_sock.load());
+    const int ext_sock = user->ext_sock;
+    if (ext_sock > 0) {
+        LOG_TRACE(who, "close ext_sock, ext_sock: %d\n", ext_sock);
         if (link != nullptr) {
             link_shut_ext(link);
         }
     }
-    if (user->int_sock > 0) {
-        LOG_TRACE(who, "close int_sock, int_sock: %d\n", user->int_sock.load());
+    const int int_sock = user->int_sock;
+    if (int_sock > 0) {
+        LOG_TRACE(who, "close int_sock, int_sock: %d\n", int_sock);
         if (link != nullptr) {
             link_shut_int(link);
         }
@@ -194,7 +202,9 @@ void log_out(const char* who, zu_sdk_user* user, ZU_U32 handle)
 
     LOG_TRACE(who, "####### exit devmanager()\n");
     if (user->devmanager_run == 1) {
-        stop_device_manager(user);
+        user->devmanager_run = 0;
+        shut_last_link(user); // made since: nothing shall keep a teardown of it waiting
+        pthread_join(user->devmanager, nullptr);
     }
     LOG_TRACE(who, "####### exit devmanager() finish\n");
     shut_last_link(user);

@@ -1,29 +1,24 @@
-// Bytes in. See msg_receiver.h.
+// Bytes in: waiting, reading, cutting into messages. See msg_receiver.h.
 //
 // Everything here runs on the receiver thread. `pass` and the functions below it answer whether the
-// thread goes on; `ret` then holds the number for the exit line. Bytes from a device are not
-// trusted: a length is looked at before it takes part in arithmetic or is handed to anyone.
+// thread goes on; `ret` then holds the number for the exit line.
 //
 // A header is read in a tight loop that does not go back to the wait, and what a failed or empty
 // read means is decided by errno as the last failing call left it, even a call long before. Both
 // are the designed behaviour; so errno is taken before anything else can run.
 #include "msg_receiver.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <netinet/in.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "event_handler.h"
 #include "fd_wait.h"
 #include "log.h"
-#include "sdk_user.h"
+#include "msg_dispatch.h"
 #include "tcp_link.h"
-#include "zu_net_dev_msg.h"
 
 namespace
 {
@@ -36,27 +31,15 @@ constexpr int drained_body_max = 16 * 1024 * 1024;
 constexpr useconds_t exit_pause_us = 20000;
 
 struct receiver {
-    zu_sdk_user* user;
-    device_link* link;
-    int int_sock;
+    inbox in;
     int ext_sock;
+    int int_sock;
     int pipe;
     time_t last_time;  // when ext_sock was last found readable
     timeval timeout;   // what the last wait left of its six seconds
     bool body_pending; // a body is only partly read
     int got;           // bytes of it
-    int last_recv;     // result of the last body read, 1 when there was no body
-    ZU_U32 data_type;  // of the last stream message; carried over to unknown flags
     int ret;           // result of the last call, for the exit line
-
-    zu_sdk_msg_head* head() const
-    {
-        return reinterpret_cast<zu_sdk_msg_head*>(user->msgrecver_buf);
-    }
-    char* body() const
-    {
-        return user->msgrecver_buf + header_size;
-    }
 };
 
 // What a read came to. A link that was shut down meanwhile makes a failed or empty read look as if
@@ -64,175 +47,23 @@ struct receiver {
 int recv_some(const receiver& r, char* into, int room)
 {
     const int ret = static_cast<int>(recv(r.ext_sock, into, room, MSG_DONTWAIT));
-    if (ret <= 0 && link_is_shut(r.link)) {
+    if (ret <= 0 && link_is_shut(r.in.link)) {
         errno = EBADF;
         return -1;
     }
     return ret;
 }
 
-// ---- dispatch ----------------------------------------------------------------------------------
-
-// The responses that are relayed, by their names in the log; null for any other type.
-const char* response_name(int type)
-{
-    switch (type) {
-    case ZU_SDK_MSG_RES_STARTSTREAM:
-        return "ZU_SDK_MSG_RES_STARTSTREAM";
-    case ZU_SDK_MSG_RES_STOPSTREAM:
-        return "ZU_SDK_MSG_RES_STOPSTREAM";
-    case ZU_SDK_MSG_RES_PTZ:
-        return "ZU_SDK_MSG_RES_PTZ";
-    case ZU_SDK_MSG_RES_PRESET:
-        return "ZU_SDK_MSG_RES_PRESET";
-    case ZU_SDK_MSG_RES_MAKEKEYFRAME:
-        return "ZU_SDK_MSG_RES_MAKEKEYFRAME";
-    case ZU_SDK_MSG_RES_SETCONFIG:
-        return "ZU_SDK_MSG_RES_SETCONFIG";
-    case ZU_SDK_MSG_RES_GETCONFIG:
-        return "ZU_SDK_MSG_RES_GETCONFIG";
-    default:
-        return nullptr;
-    }
-}
-
-// Sends the whole message to the port that waits for it. The port is used as the device echoed it,
-// in network byte order; nobody checks that someone still waits there.
-bool relay(receiver& r, const char* name)
-{
-    const int len = r.head()->len;
-    const auto port = static_cast<in_port_t>(r.head()->wait_port);
-    LOG_TRACE(who, "recv msg %s:%d\n", name, r.last_recv);
-    LOG_TRACE(who, "sendto native port:%d len:%d\n", port, len + header_size);
-
-    sockaddr_in caller = {};
-    caller.sin_family = AF_INET;
-    caller.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    caller.sin_port = port;
-    if (len < -header_size) {
-        r.ret = -1; // fewer bytes than none can't be sent
-    } else {
-        r.ret = static_cast<int>(sendto(r.int_sock, r.user->msgrecver_buf, len + header_size, 0,
-                                        reinterpret_cast<sockaddr*>(&caller), sizeof(caller)));
-    }
-    if (r.ret == -1) {
-        LOG_ERROR(who, "sendto faill!\n");
-        return false;
-    }
-    return true;
-}
-
-// Whether the link counts as up, as it must before any callback; writes the line when it does not.
-bool in_use(const receiver& r, const char* what)
-{
-    const int used = r.user->used;
-    if (used == ZU_SDK_USER_USED) {
-        return true;
-    }
-    LOG_ERROR(who, "sdk_user (handle 0x%x) is not in USED state (current state: %d) for %s.\n",
-              r.user->handle.load(), used, what);
-    return false;
-}
-
-void heartbeat(const receiver& r)
-{
-    constexpr char what[] = "HEARTBEAT event_callback";
-    LOG_TRACE(who, "recv msg ZU_SDK_MSG_RES_HEARTBEAT\n");
-    if (r.user->event_callback == nullptr) {
-        LOG_ERROR(who, "event_callback is NULL for handle 0x%x on HEARTBEAT!\n",
-                  r.user->handle.load());
-        in_use(r, what);
-        return;
-    }
-    if (!in_use(r, what)) {
-        return;
-    }
-    if (!event_handler_start(r.user, ZU_NET_DEV_HEARTBEAT)) {
-        LOG_ERROR(who, "pthread_create eventhandler( connected ) fail!\n");
-    }
-}
-
-// Sets the data type by the flag that opens a body, and takes note of a system header. A body too
-// short for a flag, and an unknown flag, leave the type as the message before set it.
-void classify(receiver& r, int len)
-{
-    ZU_U32 dataflag;
-    if (len < static_cast<int>(sizeof(dataflag))) {
-        return;
-    }
-    memcpy(&dataflag, r.body(), sizeof(dataflag));
-    switch (dataflag) {
-    case ZU_NET_DEV_SYS_FLAG:
-        r.data_type = ZU_NET_DEV_SYS_DATA;
-        LOG_TRACE(who, "dataflag == ZU_NET_DEV_SYS_FLAG\n");
-        if (len >= static_cast<int>(offsetof(ZU_S_SysHeader, struSHeader))) {
-            memcpy(&r.user->video_info, r.body() + offsetof(ZU_S_SysHeader, struVHeader),
-                   sizeof(r.user->video_info));
-            memcpy(&r.user->audio_info, r.body() + offsetof(ZU_S_SysHeader, struAHeader),
-                   sizeof(r.user->audio_info));
-        }
-        break;
-    case ZU_NET_DEV_KEY_FLAG:
-        r.data_type = ZU_NET_DEV_KEY_DATA;
-        LOG_TRACE(who, "dataflag == ZU_NET_DEV_KEY_FLAG\n");
-        break;
-    case ZU_NET_DEV_VIDEO_FLAG:
-    case ZU_NET_DEV_AUDIO_FLAG:
-    case ZU_NET_DEV_RAW_FLAG:
-        r.data_type = ZU_NET_DEV_AV_DATA;
-        break;
-    default:
-        break;
-    }
-}
-
-void stream_data(receiver& r)
-{
-    const int len = r.head()->len;
-    if (len < 0) {
-        // A callback can't be handed a length near 4 GiB with no body behind it.
-        LOG_ERROR(who, "msg too long, len: %d\n", len);
-        return;
-    }
-    classify(r, len);
-    constexpr char what[] = "stream_callback";
-    const ZU_ON_STREAM_CALLBACK callback = r.user->stream_callback;
-    if (callback == nullptr) {
-        LOG_ERROR(who, "stream_callback is NULL for handle 0x%x! Cannot process data.\n",
-                  r.user->handle.load());
-        in_use(r, what);
-        return;
-    }
-    if (!in_use(r, what)) {
-        return;
-    }
-    callback(r.user->handle, r.data_type, reinterpret_cast<ZU_U8*>(r.body()),
-             static_cast<ZU_U32>(len), r.user->stream_userdata);
-}
-
-// Acts on a complete message, unless the link has ended meanwhile.
-bool dispatch(receiver& r)
+// The message is complete; `ret` tells when that ends the thread.
+bool act(receiver& r)
 {
     r.got = 0;
     r.body_pending = false;
-    if (link_is_shut(r.link)) {
-        return true; // the next wait tells
+    if (!dispatch(r.in)) {
+        r.ret = -1;
+        return false;
     }
-    const int type = r.head()->type;
-    if (const char* name = response_name(type)) {
-        return relay(r, name);
-    }
-    switch (type) {
-    case ZU_SDK_MSG_RES_HEARTBEAT:
-        heartbeat(r);
-        return true;
-    case ZU_SDK_MSG_STREAM_DATA:
-        stream_data(r);
-        return true;
-    default:
-        LOG_TRACE(who, "recv msg unknown:0x%x\n", type);
-        return true;
-    }
+    return true;
 }
 
 // ---- reading -----------------------------------------------------------------------------------
@@ -275,7 +106,7 @@ bool read_header(receiver& r)
 {
     int got = 0;
     while (got < header_size) {
-        r.ret = recv_some(r, r.user->msgrecver_buf + got, header_size - got);
+        r.ret = recv_some(r, r.in.user->msgrecver_buf + got, header_size - got);
         const int error = errno;
         if (r.ret > 0) {
             got += r.ret;
@@ -309,15 +140,15 @@ bool body_read_failed(receiver& r, int error)
 // the one before, so that the stream stays in step.
 bool read_body(receiver& r)
 {
-    const int len = r.head()->len;
+    const int len = r.in.head()->len;
     const bool dropped = len > msgrecver_body_max;
     const int lacking = len - r.got;
-    char* into = dropped ? r.body() : r.body() + r.got;
+    char* into = dropped ? r.in.body() : r.in.body() + r.got;
     r.ret = recv_some(r, into, lacking < msgrecver_body_max ? lacking : msgrecver_body_max);
     if (r.ret <= 0) {
         return body_read_failed(r, errno);
     }
-    r.last_recv = r.ret;
+    r.in.last_recv = r.ret;
     r.got += r.ret;
     r.body_pending = r.got < len;
     if (r.body_pending) {
@@ -327,7 +158,7 @@ bool read_body(receiver& r)
         r.got = 0;
         return true;
     }
-    return dispatch(r);
+    return act(r);
 }
 
 bool read_message(receiver& r)
@@ -335,12 +166,12 @@ bool read_message(receiver& r)
     if (!read_header(r)) {
         return false;
     }
-    const int len = r.head()->len;
+    const int len = r.in.head()->len;
     r.got = 0;
     if (len <= 0) {
-        r.last_recv = 1;
-        LOG_TRACE(who, "msglen: %d, msgtype: 0x%x\n", len, r.head()->type);
-        return dispatch(r);
+        r.in.last_recv = 1;
+        LOG_TRACE(who, "msglen: %d, msgtype: 0x%x\n", len, r.in.head()->type);
+        return act(r);
     }
     if (len > msgrecver_body_max) {
         LOG_ERROR(who, "msg too long, len: %d\n", len);
@@ -384,7 +215,7 @@ bool pass(receiver& r)
     const auto& [ext_sock, pipe, int_sock] = watches;
     r.timeout = {silence_limit_s, 0};
     r.ret = fd_wait(watches, 3, &r.timeout);
-    if (link_is_shut(r.link)) {
+    if (link_is_shut(r.in.link)) {
         r.ret = -1;
     }
     if (r.ret == -1) {
@@ -420,10 +251,10 @@ void* sdk_msgrecver_main(void* sdk_user)
               static_cast<unsigned long long>(pthread_self()));
 
     receiver r = {};
-    r.user = user;
-    r.link = user->worker_link;
-    r.int_sock = r.link->int_sock;
-    r.ext_sock = r.link->ext_sock;
+    r.in.user = user;
+    r.in.link = user->worker_link;
+    r.int_sock = r.in.link->int_sock;
+    r.ext_sock = r.in.link->ext_sock;
     r.pipe = user->shutdown_pipe_recver[0];
     user->msgrecver_started = 1;
     r.last_time = time(nullptr);
@@ -434,7 +265,7 @@ void* sdk_msgrecver_main(void* sdk_user)
     LOG_TRACE(who, "$$$$$$$$$$$$ exit from msgrecver, ret:%d\n", r.ret);
     usleep(exit_pause_us);
     user->msgrecver_started = 0;
-    link_drop(r.link);
+    link_drop(r.in.link);
     sdk_user_drop(user);
     return nullptr;
 }

@@ -1,4 +1,4 @@
-// The reachability probe. See ping.h.
+// The reachability probe. See ping.h. Runs on the caller's thread and keeps no state.
 #include "ping.h"
 
 #include <cerrno>

@@ -1,4 +1,7 @@
 // The table of SDK users and the state of the library. See sdk_user.h.
+//
+// Runs on any thread. Lines are written after the mutex has been released, so that a log callback
+// may call the library; memory is given back outside it too.
 #include "sdk_user.h"
 
 #include <csignal>

@@ -1,4 +1,8 @@
 // Stream control. See stream_control.h.
+//
+// The entry points run on the caller's thread, in_startstream and the key frame after it on the
+// device manager's. stream_info and sinked are shared words without a lock: a restart may see parts
+// of two requests, as concurrent starts always could.
 #include "stream_control.h"
 
 #include <unistd.h>

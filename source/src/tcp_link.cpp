@@ -1,4 +1,8 @@
 // The TCP connection to a device. See tcp_link.h.
+//
+// Connecting is unforgiving on purpose: only a socket that is writable, and not readable with it,
+// counts as connected at once. Options that can't be set are done without. Runs on the device
+// manager thread, or on whichever thread calls an exported routine; keeps no state.
 #include "tcp_link.h"
 
 #include <arpa/inet.h>
