@@ -23,6 +23,7 @@ extern "C" void __wrap__Z9log_writeiPKciS0_z(int type, const char* function, int
     vsnprintf(message, sizeof(message), format, arguments);
     va_end(arguments);
     support::log_tap::take(type, function, message);
+    support::log_hold::pass(function, message);
     errno = error;
     __real__Z9log_writeiPKciS0_z(type, function, line, "%s", message);
 }
@@ -140,6 +141,66 @@ void log_tap::forget()
 {
     const std::lock_guard<std::mutex> lock(guard);
     taken.clear();
+}
+
+struct log_hold::barrier {
+    std::string function;
+    std::string beginning;
+    int standing = 0; // this and the next: guarded by `holding`
+    bool open = false;
+};
+
+// What is held and where; the barriers outlive their holds until the last thread has passed.
+static std::mutex holding;
+static std::condition_variable opened;
+static std::vector<std::shared_ptr<log_hold::barrier>>& barriers()
+{
+    static std::vector<std::shared_ptr<log_hold::barrier>> all;
+    return all;
+}
+
+log_hold::log_hold(const std::string& function, const std::string& beginning)
+    : own(std::make_shared<barrier>())
+{
+    own->function = function;
+    own->beginning = beginning;
+    const std::lock_guard<std::mutex> lock(holding);
+    barriers().push_back(own);
+}
+
+log_hold::~log_hold()
+{
+    let_go();
+}
+
+void log_hold::let_go()
+{
+    const std::lock_guard<std::mutex> lock(holding);
+    own->open = true;
+    auto& all = barriers();
+    all.erase(std::remove(all.begin(), all.end(), own), all.end());
+    opened.notify_all();
+}
+
+bool log_hold::reached(std::chrono::milliseconds deadline) const
+{
+    return eventually(
+        [this] {
+            const std::lock_guard<std::mutex> lock(holding);
+            return own->standing > 0;
+        },
+        deadline);
+}
+
+void log_hold::pass(const std::string& function, const std::string& message)
+{
+    std::unique_lock<std::mutex> lock(holding);
+    for (const auto& b : std::vector<std::shared_ptr<barrier>>(barriers())) {
+        if (b->function == function && message.compare(0, b->beginning.size(), b->beginning) == 0) {
+            b->standing++;
+            opened.wait(lock, [&] { return b->open; });
+        }
+    }
 }
 
 void set_log_level(int level)

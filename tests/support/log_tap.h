@@ -7,6 +7,8 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -53,6 +55,31 @@ public:
 private:
     mutable std::mutex guard;
     std::vector<log_line> taken;
+};
+
+// Stops threads of the library at a line: a thread of `function` that writes a message with this
+// beginning waits there, as long as the hold lives or until let_go. The level must let the line
+// through, and a tap need not be installed. This is how a test freezes one moment of another
+// thread.
+class log_hold
+{
+public:
+    log_hold(const std::string& function, const std::string& beginning);
+    ~log_hold();
+    log_hold(const log_hold&) = delete;
+    log_hold& operator=(const log_hold&) = delete;
+
+    // Waits until a thread stands at the line.
+    bool reached(std::chrono::milliseconds deadline = long_enough) const;
+    void let_go(); // for good
+
+    // For the tap's place in front of the library only.
+    static void pass(const std::string& function, const std::string& message);
+
+    struct barrier;
+
+private:
+    std::shared_ptr<barrier> own;
 };
 
 // Sets the log level without the public function, so that -1 can be set too.

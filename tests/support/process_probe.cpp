@@ -75,7 +75,15 @@ size_t resident_kib()
     return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
 }
 
-inventory::inventory() : descriptors(open_descriptors()), threads(thread_count())
+// The thread sanitizer starts a thread of its own with the first thread of the process; it is to be
+// there before the count.
+static int settled_thread_count()
+{
+    std::thread([] {}).join();
+    return thread_count();
+}
+
+inventory::inventory() : descriptors(open_descriptors()), threads(settled_thread_count())
 {
 }
 

@@ -94,7 +94,9 @@ serving_device::serving_device(behaviour how)
 serving_device::~serving_device()
 {
     stopping = true;
-    acceptor.join();
+    if (acceptor.joinable()) { // not after refuse
+        acceptor.join();
+    }
     drop_links();
     for (auto& c : connections) {
         c->reader.join();
@@ -143,9 +145,25 @@ void serving_device::accept_loop()
         c->end = std::move(end);
         const std::lock_guard<std::mutex> lock(guard);
         made++;
+        clear_ended();
         connections.push_back(c);
-        c->reader = std::thread([this, c] { serve(*c); });
+        c->reader = std::thread([this, raw = c.get()] {
+            serve(*raw);
+            raw->ended = true;
+        });
     }
+}
+
+// Joins the readers of connections that are over, so that long tests do not gather threads.
+void serving_device::clear_ended()
+{
+    connections.remove_if([](const std::shared_ptr<connection>& c) {
+        if (!c->ended) {
+            return false;
+        }
+        c->reader.join();
+        return true;
+    });
 }
 
 void serving_device::serve(connection& c)

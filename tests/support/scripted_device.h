@@ -87,9 +87,11 @@ private:
         std::mutex writing;
         std::thread reader;
         std::atomic<bool> over{false};
+        std::atomic<bool> ended{false}; // the reader's last act
     };
 
     void accept_loop();
+    void clear_ended(); // under the guard
     void serve(connection& c);
 
     scripted_device device;

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <mutex>
 #include <pthread.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -22,9 +23,16 @@ namespace support
 namespace
 {
 
-std::mutex guard; // the list of armed faults
+std::mutex guard; // the two lists and the latest select
 std::vector<fault*> armed;
-std::atomic<int> armed_count{0};
+std::vector<std::shared_ptr<before_call::watch>> watches;
+std::atomic<int> armed_count{0}; // of both lists
+select_request latest_select;
+
+void count_armed()
+{
+    armed_count = static_cast<int>(armed.size() + watches.size());
+}
 
 std::string thread_name()
 {
@@ -40,14 +48,14 @@ fault::fault(const char* name, int with, int from, int how_often)
 {
     const std::lock_guard<std::mutex> lock(guard);
     armed.push_back(this);
-    armed_count = static_cast<int>(armed.size());
+    count_armed();
 }
 
 fault::~fault()
 {
     const std::lock_guard<std::mutex> lock(guard);
     armed.erase(std::find(armed.begin(), armed.end(), this));
-    armed_count = static_cast<int>(armed.size());
+    count_armed();
 }
 
 fault& fault::on_thread(const std::string& name)
@@ -91,6 +99,60 @@ bool fault::strikes(const char* name, long first_argument, long* result, int* wi
     return true;
 }
 
+before_call::before_call(const char* function, std::function<void()> step)
+    : own(std::make_shared<watch>())
+{
+    own->function = function;
+    own->step = std::move(step);
+    const std::lock_guard<std::mutex> lock(guard);
+    watches.push_back(own);
+    count_armed();
+}
+
+before_call::~before_call()
+{
+    const std::lock_guard<std::mutex> lock(guard);
+    watches.erase(std::find(watches.begin(), watches.end(), own));
+    count_armed();
+}
+
+int before_call::count() const
+{
+    return own->calls;
+}
+
+select_request last_select()
+{
+    const std::lock_guard<std::mutex> lock(guard);
+    return latest_select;
+}
+
+// Counts a call that is about to be made and runs the steps that wait for it, without the lock.
+static void announce(const char* name)
+{
+    std::vector<std::shared_ptr<before_call::watch>> waiting;
+    {
+        const std::lock_guard<std::mutex> lock(guard);
+        for (const auto& watch : watches) {
+            if (watch->function == name) {
+                waiting.push_back(watch);
+            }
+        }
+    }
+    for (const auto& watch : waiting) {
+        watch->calls++;
+        if (watch->step) {
+            watch->step();
+        }
+    }
+}
+
+static void remember_select(int descriptor_count, const timeval* timeout)
+{
+    const std::lock_guard<std::mutex> lock(guard);
+    latest_select = {descriptor_count, timeout != nullptr ? *timeout : timeval{}};
+}
+
 // Whether a call is to fail; sets errno then. The first argument matters for descriptors only.
 static bool struck(const char* name, long first_argument, long* result, int* error)
 {
@@ -98,6 +160,7 @@ static bool struck(const char* name, long first_argument, long* result, int* err
         return false;
     }
     const int before = errno;
+    announce(name);
     bool any = false;
     {
         const std::lock_guard<std::mutex> lock(guard);
@@ -111,6 +174,7 @@ static bool struck(const char* name, long first_argument, long* result, int* err
 
 } // namespace support
 
+using support::remember_select;
 using support::struck;
 
 // One function of the seam: fails as told, or passes the call on.
@@ -142,29 +206,47 @@ SEAM(int, socket, (int domain, int type, int protocol), -1, (domain, type, proto
 SEAM(int, bind, (int fd, const sockaddr* to, socklen_t length), fd, (fd, to, length))
 SEAM(int, connect, (int fd, const sockaddr* to, socklen_t length), fd, (fd, to, length))
 SEAM(int, getsockname, (int fd, sockaddr* to, socklen_t* length), fd, (fd, to, length))
-SEAM(int, getsockopt, (int fd, int level, int name, void* value, socklen_t* length), fd,
-     (fd, level, name, value, length))
 SEAM(ssize_t, recv, (int fd, void* into, size_t room, int flags), fd, (fd, into, room, flags))
 SEAM(ssize_t, recvfrom,
      (int fd, void* into, size_t room, int flags, sockaddr* from, socklen_t* length), fd,
      (fd, into, room, flags, from, length))
-SEAM(ssize_t, send, (int fd, const void* data, size_t size, int flags), fd,
-     (fd, data, size, flags))
+SEAM(ssize_t, send, (int fd, const void* data, size_t size, int flags), fd, (fd, data, size, flags))
 SEAM(ssize_t, sendto,
      (int fd, const void* data, size_t size, int flags, const sockaddr* to, socklen_t length), fd,
      (fd, data, size, flags, to, length))
 SEAM(ssize_t, read, (int fd, void* into, size_t room), fd, (fd, into, room))
 SEAM(ssize_t, write, (int fd, const void* data, size_t size), fd, (fd, data, size))
-SEAM(int, select, (int count, fd_set* in, fd_set* out, fd_set* except, timeval* timeout), -1,
-     (count, in, out, except, timeout))
 SEAM(int, pipe, (int* ends), -1, (ends))
-SEAM(int, gettimeofday, (timeval* now, void* zone), -1, (now, zone))
+SEAM(int, usleep, (useconds_t time), time, (time))
+SEAM(int, gettimeofday, (timeval * now, void* zone), -1, (now, zone))
 SEAM_PTHREAD(pthread_create,
              (pthread_t * thread, const pthread_attr_t* attributes, void* (*main)(void*),
               void* argument),
              (thread, attributes, main, argument))
 SEAM_PTHREAD(pthread_mutex_init, (pthread_mutex_t * mutex, const pthread_mutexattr_t* attributes),
              (mutex, attributes))
+
+int seam_select(int count, fd_set* in, fd_set* out, fd_set* except, timeval* timeout)
+{
+    remember_select(count, timeout);
+    long result = 0;
+    int error = 0;
+    return struck("select", -1, &result, &error) ? static_cast<int>(result)
+                                                 : select(count, in, out, except, timeout);
+}
+
+int seam_getsockopt(int fd, int level, int name, void* value, socklen_t* length)
+{
+    long result = 0;
+    int error = 0;
+    if (!struck("getsockopt", fd, &result, &error)) {
+        return getsockopt(fd, level, name, value, length);
+    }
+    if (result == 0 && level == SOL_SOCKET && name == SO_ERROR) {
+        *static_cast<int*>(value) = error;
+    }
+    return static_cast<int>(result);
+}
 
 int seam_fcntl(int fd, int command, int value)
 {
@@ -174,11 +256,19 @@ int seam_fcntl(int fd, int command, int value)
                                                 : fcntl(fd, command, value);
 }
 
-void* seam_calloc(size_t count, size_t size)
+void* seam_mmap(void* at, size_t size, int protection, int flags, int fd, off_t offset)
 {
     long result = 0;
     int error = 0;
-    return struck("calloc", -1, &result, &error) ? nullptr : calloc(count, size);
+    return struck("mmap", -1, &result, &error) ? MAP_FAILED
+                                               : mmap(at, size, protection, flags, fd, offset);
+}
+
+int seam_munmap(void* memory, size_t size)
+{
+    long result = 0;
+    int error = 0;
+    return struck("munmap", -1, &result, &error) ? static_cast<int>(result) : munmap(memory, size);
 }
 
 tm* seam_localtime_r(const time_t* at, tm* into)

@@ -4,12 +4,16 @@
 // (CMake renames them in the archive); calls of the test kit and of the tests do not. Without a
 // fault the seam passes every call on.
 //
-//     bind calloc connect fcntl getsockname getsockopt gettimeofday localtime_r pipe
-//     pthread_create pthread_mutex_init read recv recvfrom select send sendto socket vfork write
+//     bind connect fcntl getsockname getsockopt gettimeofday localtime_r mmap munmap pipe
+//     pthread_create pthread_mutex_init read recv recvfrom select send sendto socket usleep vfork
+//     write
 #pragma once
 
 #include <atomic>
+#include <functional>
+#include <memory>
 #include <string>
+#include <sys/time.h>
 
 namespace support
 {
@@ -18,7 +22,8 @@ constexpr int for_ever = 1 << 30;
 
 // While it lives, calls of `function` by the library fail: from the `nth` next one on, `times` of
 // them, with `error` (errno, or the result for pthread functions). With `result` the calls return
-// that instead of -1, without being made; errno is then set only if `error` is not 0.
+// that instead of -1, without being made; errno is then set only if `error` is not 0. A getsockopt
+// that returns 0 in this way reads `error` as the pending error of the socket.
 class fault
 {
 public:
@@ -30,7 +35,7 @@ public:
     // Only for threads of this name ("sdk_msgsender_main"; the first 15 characters count).
     fault& on_thread(const std::string& name);
     fault& returning(long result);
-    // Only calls whose first argument is this descriptor.
+    // Only calls whose first argument is this descriptor (for usleep: this time).
     fault& on_descriptor(int fd);
 
     int hits() const; // calls that have failed so far
@@ -49,5 +54,34 @@ private:
     std::atomic<int> seen{0};
     std::atomic<int> struck{0};
 };
+
+// While it lives, the library's calls of `function` are counted, and `step` runs before each of
+// them (also before one that a fault makes fail), on the thread that makes the call.
+class before_call
+{
+public:
+    explicit before_call(const char* function, std::function<void()> step = {});
+    ~before_call();
+    before_call(const before_call&) = delete;
+    before_call& operator=(const before_call&) = delete;
+
+    int count() const;
+
+    struct watch {
+        std::string function;
+        std::function<void()> step;
+        std::atomic<int> calls{0};
+    };
+
+private:
+    const std::shared_ptr<watch> own;
+};
+
+// What the library's latest call of select asked for, whichever thread made it.
+struct select_request {
+    int descriptor_count;
+    timeval timeout;
+};
+select_request last_select();
 
 } // namespace support

@@ -172,10 +172,14 @@ std::optional<bytes> loopback_socket::receive(std::chrono::milliseconds deadline
         return std::nullopt;
     }
     bytes datagram(70000);
-    const ssize_t ret = recv(fd, datagram.data(), datagram.size(), 0);
+    sockaddr_in from = {};
+    socklen_t length = sizeof(from);
+    const ssize_t ret = recvfrom(fd, datagram.data(), datagram.size(), 0,
+                                 reinterpret_cast<sockaddr*>(&from), &length);
     if (ret < 0) {
         return std::nullopt;
     }
+    last_sender = ntohs(from.sin_port);
     datagram.resize(static_cast<size_t>(ret));
     return datagram;
 }

@@ -74,10 +74,16 @@ public:
     bool send_to(unsigned short to_port, const bytes& datagram);
     // The next datagram, also an empty one; nothing when the deadline passes first.
     std::optional<bytes> receive(std::chrono::milliseconds deadline = long_enough);
+    // Where the last datagram came from, host order.
+    unsigned short sender_port() const
+    {
+        return last_sender;
+    }
 
 private:
     int fd;
     unsigned short own_port;
+    unsigned short last_sender = 0;
 };
 
 } // namespace support

@@ -1,0 +1,276 @@
+// The device manager and its two workers: the start-up wait, workers that cannot be created,
+// workers that end, and the end of the device manager itself.
+#include <fcntl.h>
+#include <sys/ioctl.h>
+
+#include "device_manager.h"
+#include "login_kit.h"
+
+using namespace support;
+
+namespace
+{
+
+constexpr char lost_line[] = "Connection lost while waiting for worker threads to start.\n";
+constexpr char failed_line[] =
+    "Failed to start worker threads in time or connection lost. Triggering reconnect...\n";
+constexpr char gone_line[] = "client is disconnected !\n";
+
+class Workers : public testing::Test
+{
+protected:
+    Workers()
+        : lib(std::make_unique<library>(0)), device(std::make_unique<serving_device>()),
+          log(std::make_unique<log_tap>(2)), login(std::make_unique<live_login>(device->port()))
+    {
+        EXPECT_EQ(login->result(), 0);
+        EXPECT_TRUE(login->watch());
+    }
+    void TearDown() override
+    {
+        login.reset();
+        EXPECT_THAT(sdk_users, testing::Each(nullptr));
+        log.reset();
+        device.reset();
+        lib.reset();
+        EXPECT_EQ(before.left_over(), "");
+    }
+    int count_of(const std::string& beginning) const
+    {
+        int count = 0;
+        for (const auto& line : log->lines()) {
+            count += line.message.compare(0, beginning.size(), beginning) == 0 ? 1 : 0;
+        }
+        return count;
+    }
+    // Ends and joins the device manager without a Logout. Its result.
+    static void* join_manager(zu_sdk_user* user)
+    {
+        void* result = &result;
+        pthread_join(user->devmanager, &result);
+        user->devmanager_run = 0; // Logout shall not join it again
+        return result;
+    }
+
+    const inventory before;
+    std::unique_ptr<library> lib;
+    std::unique_ptr<serving_device> device;
+    std::unique_ptr<log_tap> log;
+    std::unique_ptr<live_login> login;
+};
+
+} // namespace
+
+TEST_F(Workers, ThatDoNotReportWithinFiveSecondsCostTheConnectionAndTheNextComesWithoutAnEvent)
+{
+    log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
+    device->drop_links();
+    ASSERT_TRUE(late_sender.reached());
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(log->wait_for(failed_line));
+    // The first of the ten pauses may have begun before the hold was seen.
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4500));
+    // The next connection comes at once, but no further worker while one of the former is left.
+    ASSERT_TRUE(eventually([&] { return count_of("tcp_connect to ") == 3; }));
+    EXPECT_TRUE(all_along([&] { return count_of("pthread_create msgrecver:") == 2; },
+                          std::chrono::milliseconds(300)));
+    EXPECT_LE(threads_named("sdk_msgrecver_main"), 1);
+    late_sender.let_go();
+    ASSERT_TRUE(login->seen.wait_for_event(ZU_NET_DEV_CONNECTED));
+    EXPECT_THAT(link_events(login->seen), testing::ElementsAre(3, 1));
+    EXPECT_EQ(log->count(pause_line), 1);
+    EXPECT_FALSE(log->has(lost_line));
+    EXPECT_EQ(device->links_open(), 1);
+    EXPECT_EQ(login->start_stream(), 0);
+}
+
+TEST_F(Workers, AreLookedAtTenTimesWithHalfASecondInBetween)
+{
+    log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
+    fault no_waiting("usleep", 0);
+    no_waiting.on_descriptor(500000).returning(0);
+    device->drop_links();
+    ASSERT_TRUE(log->wait_for(failed_line));
+    EXPECT_EQ(no_waiting.hits(), 10);
+    late_sender.let_go();
+    EXPECT_TRUE(login->wait_until_up());
+}
+
+TEST_F(Workers, WhoseLinkIsLostBeforeTheyReportCostTheConnectionAtOnce)
+{
+    log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
+    ASSERT_TRUE(lose_link(*device, *log));
+    device->behave(closes_at_once());
+    log->forget();
+    ASSERT_TRUE(eventually([&] { return count_of("tcp_connect to ") == 2; }));
+    const story whole = {trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
+                         trace("pthread_create msgrecver:0x* ok\n"),
+                         trace("pthread_create msgsender:0x* ok\n"),
+                         error(lost_line),
+                         error(failed_line),
+                         trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n")};
+    EXPECT_EQ(difference(*log, manager_name, 2, whole), "");
+    EXPECT_TRUE(log->has(7, "check_tcp_socket_status", gone_line));
+    device->behave({});
+    late_sender.let_go();
+    EXPECT_TRUE(login->wait_until_up());
+    EXPECT_EQ(login->seen.count(ZU_NET_DEV_DISCONNECTED), 1);
+}
+
+TEST_F(Workers, ThatEndAfterTheSenderDoBringAReconnection)
+{
+    const held_user user(login->handle());
+    loopback_socket requester;
+    ASSERT_TRUE(requester.send_to(static_cast<unsigned short>(user->int_port.load()), {}));
+    ASSERT_TRUE(log->wait_for("recvfrom ret: 0, break\n"));
+    ASSERT_TRUE(login->seen.wait_for_event(ZU_NET_DEV_CONNECTED));
+    EXPECT_THAT(link_events(login->seen), testing::ElementsAre(3, 1));
+    EXPECT_TRUE(
+        log->has(7, "sdk_msgrecver_main", "Receiver thread received shutdown signal. Exiting.\n"));
+    EXPECT_FALSE(log->has(gone_line));
+    EXPECT_EQ(login->start_stream(), 0);
+}
+
+TEST_F(Workers, ThatEndAfterTheReceiverDoBringAReconnection)
+{
+    device->send_to_all(make_message(0x1100, 0x7FFFFFFF, 0, {}));
+    ASSERT_TRUE(log->wait_for("msg too long, len: 2147483647\n"));
+    ASSERT_TRUE(login->seen.wait_for_event(ZU_NET_DEV_CONNECTED));
+    EXPECT_THAT(link_events(login->seen), testing::ElementsAre(3, 1));
+    EXPECT_TRUE(
+        log->has(7, "sdk_msgsender_main", "Sender thread received shutdown signal. Exiting.\n"));
+    EXPECT_EQ(login->start_stream(), 0);
+}
+
+TEST_F(Workers, LeaveEmptyBlockingPipesBehindWhenTheyWereWoken)
+{
+    const held_user user(login->handle());
+    device->drop_links();
+    ASSERT_TRUE(login->seen.wait_for_event(ZU_NET_DEV_CONNECTED));
+    for (const int end : {user->shutdown_pipe_recver[0], user->shutdown_pipe_sender[0]}) {
+        int waiting = -1;
+        ASSERT_EQ(ioctl(end, FIONREAD, &waiting), 0);
+        EXPECT_EQ(waiting, 0);
+        EXPECT_EQ(fcntl(end, F_GETFL) & O_NONBLOCK, 0);
+    }
+}
+
+TEST_F(Workers, OfOneLoginAreOneSenderAndOneReceiverAlsoAfterAReconnection)
+{
+    EXPECT_EQ(threads_named("sdk_msgsender_main"), 1);
+    EXPECT_EQ(threads_named("sdk_msgrecver_main"), 1);
+    EXPECT_EQ(threads_named(manager_name), 1);
+    device->drop_links();
+    ASSERT_TRUE(login->seen.wait_for_event(ZU_NET_DEV_CONNECTED));
+    // The event handler bears the name of its starter while it lives.
+    EXPECT_TRUE(eventually([] {
+        return threads_named("sdk_msgrecver_main") == 1 && threads_named(manager_name) == 1;
+    }));
+    EXPECT_EQ(threads_named("sdk_msgsender_main"), 1);
+}
+
+TEST_F(Workers, OfWhichTheReceiverCannotBeCreatedEndTheDeviceManagerWithMinusOne)
+{
+    ASSERT_TRUE(lose_link(*device, *log));
+    log->forget();
+    fault f("pthread_create", EAGAIN);
+    f.on_thread(manager_name);
+    const held_user user(login->handle());
+    EXPECT_EQ(join_manager(user.get()), reinterpret_cast<void*>(-1));
+    EXPECT_EQ(difference(*log, manager_name, 2,
+                         {trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
+                          error("pthread_create msgrecver fail!\n")}),
+              "");
+    EXPECT_EQ(device->links_open(), 1); // both sockets are left open
+    EXPECT_GT(user->ext_sock, 0);
+    EXPECT_GT(user->int_sock, 0);
+    EXPECT_EQ(login->log_out(), 0);
+}
+
+TEST_F(Workers, OfWhichTheSenderCannotBeCreatedLeaveTheReceiverRunning)
+{
+    ASSERT_TRUE(lose_link(*device, *log));
+    log->forget();
+    fault f("pthread_create", EAGAIN, 2);
+    f.on_thread(manager_name);
+    const held_user user(login->handle());
+    EXPECT_EQ(join_manager(user.get()), reinterpret_cast<void*>(-1));
+    EXPECT_EQ(difference(*log, manager_name, 2,
+                         {trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
+                          trace("pthread_create msgrecver:0x* ok\n"),
+                          error("pthread_create msgsender fail!\n")}),
+              "");
+    EXPECT_EQ(threads_named("sdk_msgrecver_main"), 1);
+    EXPECT_EQ(threads_named("sdk_msgsender_main"), 0);
+    EXPECT_EQ(login->log_out(), 0);
+}
+
+TEST_F(Workers, AndSocketsAreLeftAloneWhenTheDeviceManagerIsToldToEnd)
+{
+    const held_user user(login->handle());
+    user->devmanager_run = 0;
+    EXPECT_EQ(join_manager(user.get()), nullptr);
+    EXPECT_EQ(log->lines_of(manager_name).back().message, "&&&&&&&&&&&& exit from devmanager\n");
+    EXPECT_FALSE(log->has("msgrecver or msgsender has exited!\n"));
+    EXPECT_THAT(link_events(login->seen), testing::ElementsAre());
+    EXPECT_EQ(user->used, ZU_SDK_USER_USED);
+    EXPECT_EQ(device->links_open(), 1);
+    EXPECT_EQ(ZU_NET_DEV_MakeKeyFrame(login->handle(), 11), 0); // both workers still work
+    EXPECT_EQ(login->log_out(), 0);
+}
+
+TEST(DeviceManager, ThatIsToldToEndBeforeItBeginsDoesNotConnect)
+{
+    const library lib(0);
+    const log_tap log(2);
+    const int slot = alloc_sdkuser();
+    zu_sdk_user* user = sdk_users[slot];
+    sdk_user_hold(user);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, sdk_devmanager_main, user), 0);
+    void* result = &thread;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, nullptr);
+    EXPECT_EQ(difference(log, manager_name, 2,
+                         {trace("enter sdk_devmanager_main pid: 0x*, num: 0\n"),
+                          trace("&&&&&&&&&&&& exit from devmanager\n")}),
+              "");
+    free_sdkuser(static_cast<ZU_U32>(slot));
+}
+
+// ---- the gates of the lines of a failed start ----
+
+class FailedStart : public testing::TestWithParam<int>
+{
+};
+
+TEST_P(FailedStart, IsToldAtTheErrorLevelsAndALostLinkAtEveryLevel)
+{
+    const int level = GetParam();
+    const library lib(0);
+    serving_device device;
+    const live_login login(device.port());
+    ASSERT_EQ(login.result(), 0);
+    log_tap log(2);
+    log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
+    device.drop_links();
+    ASSERT_TRUE(late_sender.reached());
+    ASSERT_TRUE(log.wait_for_beginning("pthread_create msgsender:"));
+    ASSERT_TRUE(eventually([&] { return device.links_open() == 1; }));
+
+    set_log_level(level);
+    log.forget();
+    device.drop_links();
+    // The next connection is made at once and then waits for the former sender.
+    ASSERT_TRUE(eventually([&] { return device.connections_made() == 3; }));
+    ASSERT_TRUE(level < 2 || log.wait_for_beginning("tcp_connect to "));
+    EXPECT_EQ(difference(log, manager_name, level,
+                         {error(lost_line), error(failed_line),
+                          trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n")}),
+              "");
+    EXPECT_EQ(difference(log, "check_tcp_socket_status", level, {{-1, 7, gone_line}}), "");
+    late_sender.let_go();
+    EXPECT_TRUE(login.wait_until_up());
+}
+
+INSTANTIATE_TEST_SUITE_P(Told, FailedStart, testing::Values(-1, 0, 1, 2), name_of_level);

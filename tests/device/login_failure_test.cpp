@@ -1,0 +1,260 @@
+// A Login that fails leaves nothing behind: which lines each failure writes at which log level, and
+// what the caller's handle holds then.
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include "login_kit.h"
+
+using namespace support;
+
+namespace
+{
+
+constexpr int levels[] = {-1, 0, 1, 2};
+constexpr char overtime_line[] = "[../source/src/zu_net_dev_api.cpp *]conncet overtime\n";
+
+class LoginFailure : public testing::TestWithParam<int>
+{
+protected:
+    LoginFailure() : lib(std::make_unique<library>(0))
+    {
+    }
+    void SetUp() override
+    {
+        device = std::make_unique<serving_device>();
+    }
+    void TearDown() override
+    {
+        EXPECT_THAT(sdk_users, testing::Each(nullptr));
+        device.reset();
+        lib.reset();
+        EXPECT_EQ(before.left_over(), "");
+    }
+    story up_to_the_wait() const
+    {
+        return {trace("enter ZU_NET_DEV_Login\n"), trace("sdkuser_index: *, sdk_user: 0x*\n"),
+                trace("username:admin password:secret host:127.0.0.1 port:" +
+                      std::to_string(device->port()) + "\n")};
+    }
+
+    const inventory before;
+    const int level = GetParam();
+    std::unique_ptr<library> lib;
+    std::unique_ptr<serving_device> device;
+    ZU_U32 handle = 77;
+};
+
+} // namespace
+
+TEST_P(LoginFailure, WithoutAReceiverPipeIsToldAtEveryLevel)
+{
+    const fault f("pipe", EMFILE, 1, 1);
+    const log_tap log(level);
+    EXPECT_EQ(log_in(&handle, device->port()), -1);
+    EXPECT_EQ(
+        difference(log, login_name, level,
+                   {trace("enter ZU_NET_DEV_Login\n"),
+                    {-1, 0, "Failed to create receiver pipe in Login: Too many open files\n"}}),
+        "");
+    EXPECT_EQ(handle, 77U);
+}
+
+TEST_P(LoginFailure, WithoutASenderPipeIsToldAtEveryLevelAndGivesTheOtherBack)
+{
+    const fault f("pipe", ENFILE, 2, 1);
+    const log_tap log(level);
+    EXPECT_EQ(log_in(&handle, device->port()), -1);
+    EXPECT_EQ(difference(log, login_name, level,
+                         {trace("enter ZU_NET_DEV_Login\n"),
+                          {-1, 0,
+                           "Failed to create sender pipe in Login: Too many open files in "
+                           "system\n"}}),
+              "");
+    EXPECT_EQ(handle, 77U);
+}
+
+TEST_P(LoginFailure, WithoutMemoryEndsAfterTheLineOfTheTable)
+{
+    const fault f("mmap", ENOMEM, 1, 1);
+    const log_tap log(level);
+    EXPECT_EQ(log_in(&handle, device->port()), -1);
+    EXPECT_EQ(difference(log.lines(), level,
+                         {trace("enter ZU_NET_DEV_Login\n"), error("alloc sdk user fail!\n")}),
+              "");
+    EXPECT_EQ(handle, 77U);
+}
+
+TEST_P(LoginFailure, WithoutADeviceManagerThreadHasWrittenTheHandle)
+{
+    const fault f("pthread_create", EAGAIN, 1, 1);
+    const log_tap log(level);
+    EXPECT_EQ(log_in(&handle, device->port()), -1);
+    story whole = up_to_the_wait();
+    whole.push_back(error("pthread_create devmanager fail!\n"));
+    EXPECT_EQ(difference(log, login_name, level, whole), "");
+    EXPECT_EQ(handle, 0x43210000U);
+    EXPECT_EQ(device->connections_made(), 0);
+}
+
+TEST_P(LoginFailure, ByARefusedFirstConnectionComesWithoutWaitingAndWithoutASecondAttempt)
+{
+    const unsigned short port = device->port();
+    device->refuse();
+    const before_call attempts("socket");
+    const before_call pauses("usleep");
+    const log_tap log(level);
+    EXPECT_EQ(log_in(&handle, port), -1);
+    EXPECT_EQ(attempts.count(), 1);
+    EXPECT_LT(pauses.count(), 101); // the wait of three seconds has 101 passes
+    story whole = up_to_the_wait();
+    whole.push_back(trace("pthread_create devmanager:0x* ok\n"));
+    whole.push_back(error(overtime_line));
+    EXPECT_EQ(difference(log, login_name, level, whole), "");
+    EXPECT_EQ(difference(log, manager_name, level,
+                         {trace("enter sdk_devmanager_main pid: 0x*, num: *\n"),
+                          error("tcp_connect to 127.0.0.1:" + std::to_string(port) + " fail!\n"),
+                          trace("&&&&&&&&&&&& exit from devmanager\n")}),
+              "");
+    EXPECT_EQ(handle, 0x43210000U);
+}
+
+TEST_P(LoginFailure, ByAReceiverThatCannotBeCreatedComesAfterThreeSeconds)
+{
+    fault f("pthread_create", EAGAIN);
+    f.on_thread(manager_name);
+    const log_tap log(level);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(log_in(&handle, device->port()), -1);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(3030));
+    story whole = up_to_the_wait();
+    whole.push_back(trace("pthread_create devmanager:0x* ok\n"));
+    whole.push_back(error(overtime_line));
+    EXPECT_EQ(difference(log, login_name, level, whole), "");
+    EXPECT_EQ(difference(log, manager_name, level,
+                         {trace("enter sdk_devmanager_main pid: 0x*, num: *\n"),
+                          trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
+                          error("pthread_create msgrecver fail!\n")}),
+              "");
+    EXPECT_EQ(handle, 0x43210000U);
+    EXPECT_EQ(device->connections_made(), 1);
+}
+
+TEST_P(LoginFailure, ByASenderThatCannotBeCreatedEndsTheReceiverToo)
+{
+    fault f("pthread_create", EAGAIN, 2);
+    f.on_thread(manager_name);
+    const log_tap log(level);
+    EXPECT_EQ(log_in(&handle, device->port()), -1);
+    EXPECT_EQ(difference(log, manager_name, level,
+                         {trace("enter sdk_devmanager_main pid: 0x*, num: *\n"),
+                          trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
+                          trace("pthread_create msgrecver:0x* ok\n"),
+                          error("pthread_create msgsender fail!\n")}),
+              "");
+    EXPECT_TRUE(login_threads_gone());
+}
+
+INSTANTIATE_TEST_SUITE_P(Told, LoginFailure, testing::ValuesIn(levels), name_of_level);
+
+TEST(Login, FailsWhenTheWorkersAreNotRunningInTimeAndWaitsForThemToEnd)
+{
+    const inventory before;
+    {
+        const library lib;
+        serving_device device;
+        const log_tap log(2);
+        log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
+        ZU_U32 handle = 0;
+        running_call login([&] { return log_in(&handle, device.port()); });
+        ASSERT_TRUE(log.wait_for("Failed to start worker threads in time or connection lost. "
+                                 "Triggering reconnect...\n"));
+        EXPECT_TRUE(eventually([] { return threads_named("sdk_devmanager_main") == 0; }));
+        EXPECT_FALSE(login.returned()); // a worker that has not begun is still a worker
+        late_sender.let_go();
+        EXPECT_EQ(login.result(), -1);
+        EXPECT_TRUE(log.has_beginning("[../source/src/zu_net_dev_api.cpp "));
+        EXPECT_EQ(device.connections_made(), 1);
+    }
+    EXPECT_EQ(before.left_over(), "");
+}
+
+TEST(Login, ToADeviceThatAlwaysClosesAtOnceFailsAndLeavesNothing)
+{
+    const inventory before;
+    {
+        const library lib;
+        serving_device device(closes_at_once());
+        const log_tap log(2);
+        // Makes sure that the two workers are never seen running.
+        log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
+        ZU_U32 handle = 0;
+        running_call login([&] { return log_in(&handle, device.port()); });
+        ASSERT_TRUE(log.wait_for("Connection lost while waiting for worker threads to start.\n"));
+        ASSERT_TRUE(eventually([&] { return device.connections_made() > 1; }));
+        ASSERT_TRUE(log.wait_for_beginning("[../source/src/zu_net_dev_api.cpp "));
+        late_sender.let_go();
+        EXPECT_EQ(login.result(), -1);
+        EXPECT_FALSE(log.has(pause_line));
+    }
+    EXPECT_EQ(before.left_over(), "");
+}
+
+TEST(Login, SucceedsWhenTheDeviceServesAfterClosingOnce)
+{
+    const library lib;
+    std::atomic<int> connection{0};
+    behaviour how;
+    how.on_connect = [&](peer&) { return ++connection > 1; };
+    serving_device device(how);
+    live_login login(device.port());
+    EXPECT_EQ(login.result(), 0);
+    EXPECT_TRUE(eventually([&] { return device.links_open() == 1 && login.wait_until_up(); }));
+    EXPECT_EQ(login.start_stream(), 0);
+}
+
+TEST(Login, CutsUserNamePasswordAndHostToFifteenCharacters)
+{
+    const library lib;
+    // A device at the address that the cut leaves of a host text of 17 characters.
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(0x7F646464); // 127.100.100.100
+    socklen_t length = sizeof(address);
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
+    ASSERT_EQ(listen(listener, 5), 0);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+    const unsigned short port = ntohs(address.sin_port);
+
+    const log_tap log(2);
+    ZU_U32 handle = 0;
+    ASSERT_EQ(ZU_NET_DEV_Login(&handle, "abcdefghijklmnopq", "ABCDEFGHIJKLMNOPQRST",
+                               "127.100.100.10099", port),
+              0);
+    EXPECT_TRUE(log.has(7, login_name,
+                        "username:abcdefghijklmno password:ABCDEFGHIJKLMNO "
+                        "host:127.100.100.100 port:" +
+                            std::to_string(port) + "\n"));
+    {
+        const held_user user(handle);
+        EXPECT_STREQ(user->username, "abcdefghijklmno");
+        EXPECT_STREQ(user->password, "ABCDEFGHIJKLMNO");
+        EXPECT_STREQ(user->devname, "127.100.100.100");
+        EXPECT_STREQ(user->hostaddr, "");
+        EXPECT_EQ(user->port, port);
+        EXPECT_EQ(user->connect_flag, 2);
+    }
+    EXPECT_EQ(ZU_NET_DEV_Logout(handle), 0);
+    close(listener);
+}
+
+TEST(Login, TakesAHostThatIsNoAddressForTheMachineItself)
+{
+    const library lib;
+    serving_device device;
+    const log_tap log(2);
+    ZU_U32 handle = 0;
+    ASSERT_EQ(log_in(&handle, device.port(), "no address"), 0);
+    EXPECT_TRUE(log.has_beginning("tcp_connect to no address:"));
+    EXPECT_EQ(ZU_NET_DEV_Logout(handle), 0);
+}

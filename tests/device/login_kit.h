@@ -1,0 +1,258 @@
+// What the tests of login, logout and the device manager share: the log of one function told as a
+// story with its gates, a call under way on a thread of its own, and the moments of a reconnection.
+//
+// Everything that is shared with threads of the library is atomic or has a lock of its own.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <sys/prctl.h>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "live_login.h"
+#include "log_tap.h"
+#include "process_probe.h"
+#include "scripted_device.h"
+#include "sdk_user.h"
+#include "seam.h"
+#include "worker_stand.h"
+
+namespace support
+{
+
+constexpr char manager_name[] = "sdk_devmanager_main";
+constexpr char login_name[] = "ZU_NET_DEV_Login";
+constexpr char logout_name[] = "ZU_NET_DEV_Logout";
+constexpr char no_user_line[] = "sdk_user == NULL || sdk_user->used != ZU_SDK_USER_USED\n";
+constexpr char pause_line[] =
+    "Connection failed/lost. Waiting for 3 seconds before next reconnect attempt...\n";
+
+// ---- the log ----
+
+// One line as it is expected: the gate is the lowest level that lets it through (-1: every one).
+// "*" in the message stands for any text.
+struct told {
+    int gate;
+    int type;
+    std::string message;
+};
+using story = std::vector<told>;
+
+inline told trace(const std::string& message)
+{
+    return {2, 7, message};
+}
+inline told error(const std::string& message)
+{
+    return {1, 0, message};
+}
+
+inline bool fits(const char* pattern, const char* message)
+{
+    if (*pattern == '*') {
+        return fits(pattern + 1, message) || (*message != 0 && fits(pattern, message + 1));
+    }
+    return *pattern == *message && (*message == 0 || fits(pattern + 1, message + 1));
+}
+
+// What differs between the lines of a function and the part of a story that a level tells; empty
+// when nothing does.
+inline std::string difference(const std::vector<log_line>& lines, int level, const story& whole)
+{
+    story expected;
+    for (const auto& line : whole) {
+        if (level >= line.gate) {
+            expected.push_back(line);
+        }
+    }
+    bool same = expected.size() == lines.size();
+    for (size_t i = 0; same && i < lines.size(); i++) {
+        same = expected[i].type == lines[i].type &&
+               fits(expected[i].message.c_str(), lines[i].message.c_str());
+    }
+    if (same) {
+        return "";
+    }
+    std::ostringstream out;
+    out << "level " << level << ", expected:\n";
+    for (const auto& line : expected) {
+        out << "  " << line.type << " " << line.message;
+    }
+    out << "found:\n";
+    for (const auto& line : lines) {
+        out << "  " << line.type << " " << line.message;
+    }
+    return out.str();
+}
+
+inline std::string difference(const log_tap& log, const std::string& function, int level,
+                              const story& whole)
+{
+    return difference(log.lines_of(function), level, whole);
+}
+
+// Where in the log a message stands for the first time; the log's length when it does not.
+inline size_t place_of(const log_tap& log, const std::string& function, const std::string& message)
+{
+    const auto lines = log.lines();
+    size_t at = 0;
+    while (at < lines.size() && (lines[at].function != function || lines[at].message != message)) {
+        at++;
+    }
+    return at;
+}
+
+inline std::string name_of_level(const testing::TestParamInfo<int>& info)
+{
+    return info.param < 0 ? "BeforeAnyLevelIsSet" : "AtLevel" + std::to_string(info.param);
+}
+
+// ---- calls ----
+
+// A call under way on a thread of its own.
+class running_call
+{
+public:
+    explicit running_call(std::function<ZU_S32()> call)
+        : thread([this, todo = std::move(call)] {
+              outcome = todo();
+              over = true;
+          })
+    {
+    }
+    ~running_call()
+    {
+        if (thread.joinable()) {
+            thread.join();
+        }
+    }
+    running_call(const running_call&) = delete;
+    running_call& operator=(const running_call&) = delete;
+
+    bool returned() const
+    {
+        return over;
+    }
+    ZU_S32 result() // waits
+    {
+        thread.join();
+        return outcome;
+    }
+
+private:
+    std::atomic<ZU_S32> outcome{12345};
+    std::atomic<bool> over{false};
+    std::thread thread;
+};
+
+inline ZU_S32 log_in(ZU_U32* handle, unsigned short port, const char* host = "127.0.0.1")
+{
+    return ZU_NET_DEV_Login(handle, "admin", "secret", host, port);
+}
+
+// ---- moments ----
+
+inline bool on_thread_named(const std::string& name)
+{
+    char own[17] = {};
+    prctl(PR_GET_NAME, own);
+    return name.substr(0, 15) == own;
+}
+
+// Stops threads of one name at their next pause (usleep), whatever the log level; unlike a hold at
+// a line, between two looks of a polling loop.
+class pause_hold
+{
+public:
+    explicit pause_hold(const std::string& thread)
+        : at_pause("usleep", [thread, s = state] {
+              if (on_thread_named(thread)) {
+                  s->standing++;
+                  eventually([&] { return s->open.load(); });
+              }
+          })
+    {
+    }
+    ~pause_hold()
+    {
+        let_go();
+    }
+    pause_hold(const pause_hold&) = delete;
+    pause_hold& operator=(const pause_hold&) = delete;
+
+    bool reached() const
+    {
+        return eventually([this] { return state->standing > 0; });
+    }
+    void let_go()
+    {
+        state->open = true;
+    }
+
+private:
+    struct shared {
+        std::atomic<int> standing{0};
+        std::atomic<bool> open{false};
+    };
+    const std::shared_ptr<shared> state = std::make_shared<shared>();
+    const before_call at_pause;
+};
+
+// Lets time pass where something must be going on for a while.
+inline void go_on_for(std::chrono::milliseconds duration)
+{
+    all_along([] { return true; }, duration);
+}
+
+// Ends the links; true once the device manager has begun its three-second pause. Level 1 or 2.
+inline bool lose_link(serving_device& device, const log_tap& log)
+{
+    device.drop_links();
+    return log.wait_for(pause_line);
+}
+
+// No thread of a login is left, but `receivers` that bear the receiver's name: event handlers that
+// it has started. A joined thread stays in the system's list for a moment.
+inline bool login_threads_gone(int receivers = 0)
+{
+    return eventually([=] {
+        return threads_named(manager_name) == 0 && threads_named("sdk_msgsender_main") == 0 &&
+               threads_named("sdk_msgrecver_main") == receivers;
+    });
+}
+
+// The events of a watcher without heartbeats, which come whenever a link has been quiet.
+inline std::vector<ZU_U32> link_events(const watcher& seen)
+{
+    std::vector<ZU_U32> out;
+    for (const ZU_U32 event : seen.events()) {
+        if (event != ZU_NET_DEV_HEARTBEAT) {
+            out.push_back(event);
+        }
+    }
+    return out;
+}
+
+inline behaviour silent()
+{
+    behaviour how;
+    how.on_message = [](peer&, const message&) {};
+    return how;
+}
+
+// Keeps the connection, but closes it before anything can be exchanged.
+inline behaviour closes_at_once()
+{
+    behaviour how;
+    how.on_connect = [](peer&) { return false; };
+    return how;
+}
+
+} // namespace support

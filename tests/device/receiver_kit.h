@@ -1,0 +1,207 @@
+// What the receiver's tests share: a stand on which only the receiver runs, with callbacks that
+// write down what they are given, and the receiver's whole log as a story.
+//
+// The test thread plays the device. Everything shared with the library's threads is atomic or has a
+// lock of its own; plain fields of the record are read after end_workers only.
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "live_login.h"
+#include "seam.h"
+#include "wire_bytes.h"
+#include "worker_stand.h"
+
+namespace support
+{
+
+constexpr char receiver_name[] = "sdk_msgrecver_main";
+constexpr int all_levels[] = {-1, 0, 1, 2};
+
+struct has_watcher {
+    watcher seen; // outlives the stand, whose threads write to it
+};
+
+class receiver_stand : public has_watcher, public worker_stand
+{
+public:
+    explicit receiver_stand(int log_level = 0) : worker_stand(log_level), level(log_level)
+    {
+        user->stream_userdata = &seen;
+        user->stream_callback = watcher::on_stream;
+        user->event_userdata = &seen;
+        user->event_callback = watcher::on_event;
+        start_receiver();
+    }
+
+    const int level;
+};
+
+// Has the receiver read everything that the device has sent so far?
+inline bool all_read(const worker_stand& stand)
+{
+    return eventually([&] {
+        int on_the_way = 1;
+        int unread = 1;
+        ioctl(stand.link.socket(), SIOCOUTQ, &on_the_way);
+        ioctl(stand.user->ext_sock, FIONREAD, &unread);
+        return on_the_way == 0 && unread == 0;
+    });
+}
+
+inline bytes heartbeat_answer()
+{
+    return hex("22 10 00 00  00 00 00 00  00 00 00 00");
+}
+
+// Whether the receiver is alive and in step: one more video frame reaches the callback whole.
+inline bool takes_a_frame(receiver_stand& stand)
+{
+    const size_t before = stand.seen.block_count();
+    const bytes body = text("KTVF") + pattern(100, static_cast<unsigned>(before));
+    return stand.link.send(make_message(0x1100, 0, body)) &&
+           stand.seen.wait_for_blocks(before + 1) && stand.seen.blocks().back().body == body;
+}
+
+// A callback's waiting place: the test sees that one has arrived and lets it go on.
+class turnstile
+{
+public:
+    void pass()
+    {
+        waiting++;
+        eventually([this] { return open.load(); });
+    }
+    bool reached(int count = 1) const
+    {
+        return eventually([&] { return waiting >= count; });
+    }
+    void let_go()
+    {
+        open = true;
+    }
+
+private:
+    std::atomic<int> waiting{0};
+    std::atomic<bool> open{false};
+};
+
+// A stream callback that waits in a turnstile before it writes down its block.
+struct held_watcher {
+    watcher seen;
+    turnstile gate;
+
+    static ZU_S32 on_stream(ZU_U32 handle, ZU_U32 type, ZU_U8* data, ZU_U32 length, ZU_VOID* self)
+    {
+        auto* held = static_cast<held_watcher*>(self);
+        held->gate.pass();
+        return watcher::on_stream(handle, type, data, length, &held->seen);
+    }
+    void attach(zu_sdk_user* user)
+    {
+        user->stream_userdata = this;
+        user->stream_callback = on_stream;
+    }
+};
+
+// Makes time pass on the thread of the library that calls it, so that a loop does not spin hot.
+inline void dawdle()
+{
+    all_along([] { return true; }, std::chrono::milliseconds(20));
+}
+
+// ---- the log ----
+
+enum told_at { at_every_level, at_error_levels, at_trace_level };
+
+// One line as it is expected: from which levels on, of which type.
+struct told {
+    told_at gate;
+    int type;
+    std::string message;
+};
+using story = std::vector<told>;
+
+inline told trace(const std::string& message)
+{
+    return {at_trace_level, 7, message};
+}
+inline told error(const std::string& message)
+{
+    return {at_error_levels, 0, message};
+}
+// `ret` as it is printed; "?" where any number will do.
+inline told exit_line(const std::string& ret)
+{
+    return trace("$$$$$$$$$$$$ exit from msgrecver, ret:" + ret + "\n");
+}
+
+inline bool is_told(told_at gate, int level)
+{
+    return gate == at_every_level || level == 2 || (gate == at_error_levels && level == 1);
+}
+
+inline std::string line_text(int type, const std::string& function, const std::string& message)
+{
+    return std::to_string(type) + " " + function + ": " + message;
+}
+
+// Compares the whole log, of whatever function, with what the receiver should have written at the
+// stand's level: the line on entry, then `lines`. Ends the workers first.
+inline void expect_log(receiver_stand& stand, const story& lines)
+{
+    stand.end_workers();
+    char enter[80];
+    snprintf(enter, sizeof(enter), "enter sdk_msgrecver_main pid: 0x%llx\n",
+             static_cast<unsigned long long>(stand.user->msgrecver));
+    story whole = {trace(enter)};
+    whole.insert(whole.end(), lines.begin(), lines.end());
+
+    std::vector<std::string> expected;
+    bool any_ret = false;
+    for (const told& line : whole) {
+        if (is_told(line.gate, stand.level)) {
+            expected.push_back(line_text(line.type, receiver_name, line.message));
+            any_ret = any_ret || line.message == exit_line("?").message;
+        }
+    }
+    std::vector<std::string> actual;
+    for (const log_line& line : stand.log.lines()) {
+        actual.push_back(line_text(line.type, line.function, line.message));
+    }
+    if (any_ret && !actual.empty()) {
+        std::string& last = actual.back();
+        last = last.substr(0, last.rfind("ret:")) + "ret:?\n";
+    }
+    EXPECT_EQ(actual, expected) << "at level " << stand.level;
+}
+
+// The same for a receiver that runs still and is ended by shutting its link down.
+inline void expect_log_until_shut_down(receiver_stand& stand, story lines)
+{
+    link_shut_ext(stand.user->link);
+    EXPECT_TRUE(stand.receiver_ended());
+    lines.push_back(error("msgrecver select faill!\n"));
+    lines.push_back(exit_line("-1"));
+    expect_log(stand, lines);
+}
+
+// For tests that run once for each level because they wait.
+class at_level : public testing::TestWithParam<int>
+{
+};
+
+inline std::string level_name(const testing::TestParamInfo<int>& info)
+{
+    return info.param < 0 ? "LevelMinus1" : "Level" + std::to_string(info.param);
+}
+
+} // namespace support

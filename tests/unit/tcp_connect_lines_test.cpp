@@ -1,0 +1,111 @@
+// What connecting to a device logs, and what it says on the standard streams.
+//
+// One thread; the levels -1 to 2 are the parameter. A device that is not there is a port nobody
+// listens on any more.
+#include <cerrno>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "expected_lines.h"
+#include "log_tap.h"
+#include "process_probe.h"
+#include "scripted_device.h"
+#include "seam.h"
+#include "sockets.h"
+#include "tcp_link.h"
+
+using namespace support;
+
+namespace
+{
+
+constexpr char host[] = "127.0.0.1";
+constexpr char who[] = "tcp_ext_connect";
+const expected_line success{log_at_trace_level, 0, "connect success\n"};
+
+class TcpConnectLines : public at_level
+{
+protected:
+    scripted_device device;
+};
+
+} // namespace
+
+TEST_P(TcpConnectLines, OfABlockingConnect)
+{
+    const log_tap log(GetParam());
+    const owned_socket sock(tcp_ext_connect(host, device.port(), -1));
+    expect_lines(log, GetParam(), who, {success});
+}
+
+TEST_P(TcpConnectLines, OfARefusedBlockingConnect)
+{
+    const unsigned short port = refusing_port();
+    const log_tap log(GetParam());
+
+    testing::internal::CaptureStderr();
+    tcp_ext_connect(host, port, -1);
+    const std::string complaint = testing::internal::GetCapturedStderr();
+
+    expect_lines(log, GetParam(), who, {error("connect fail!\n")});
+    EXPECT_EQ(complaint, GetParam() >= 1 ? "connectBloking: Connection refused\n" : "");
+}
+
+TEST_P(TcpConnectLines, OfAConnectWithinTheLimit)
+{
+    const log_tap log(GetParam());
+    const owned_socket sock(tcp_ext_connect(host, device.port(), 1000));
+    expect_lines(log, GetParam(), who, {});
+}
+
+TEST_P(TcpConnectLines, OfARefusedConnectWithLimit)
+{
+    const unsigned short port = refusing_port();
+    const log_tap log(GetParam());
+
+    testing::internal::CaptureStderr();
+    tcp_ext_connect(host, port, 1000);
+
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    expect_lines(log, GetParam(), who, {});
+}
+
+TEST_P(TcpConnectLines, OfAnExpiredLimit)
+{
+    fault expired("select", 0);
+    expired.returning(0);
+    const log_tap log(GetParam());
+    tcp_ext_connect(host, device.port(), 1000);
+    expect_lines(log, GetParam(), who, {});
+}
+
+TEST_P(TcpConnectLines, OfAPendingErrorThatCanNotBeRead)
+{
+    const unsigned short port = refusing_port();
+    const fault unreadable("getsockopt", ENOBUFS);
+    const log_tap log(GetParam());
+    const inventory before;
+
+    EXPECT_EQ(tcp_ext_connect(host, port, 1000), -1);
+
+    expect_lines(log, GetParam(), who, {error("get socket option fail!\n")});
+    EXPECT_EQ(before.left_over(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(AtEveryLevel, TcpConnectLines, all_levels(), name_level);
+
+TEST(TcpConnectOutput, OfARefusedBlockingConnectAtLevel0IsNone)
+{
+    ASSERT_EQ(info_callback, nullptr);
+    set_log_level(0);
+    const unsigned short port = refusing_port();
+
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tcp_ext_connect(host, port, -1), -1);
+
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
