@@ -1,4 +1,7 @@
-// The raw client. Waiting is done by poll with a deadline; a recv never blocks after that.
+// The raw client. Waiting is done by poll with a deadline; a recv never
+// blocks after that. A message is read whole before it is handed out; bytes
+// of the next one stay in input_. A negative length counts as none here, so
+// that a test can look at the header alone.
 #include "camera_client.h"
 
 #include <arpa/inet.h>
@@ -48,7 +51,7 @@ std::string received::flag() const
 
 bytes received::payload() const
 {
-    return {whole.begin() + 12, whole.end()};
+    return whole.size() < 12 ? bytes{} : bytes(whole.begin() + 12, whole.end());
 }
 
 std::vector<unsigned> nal_types(const bytes& body)
@@ -139,15 +142,15 @@ bool camera_client::fill(std::size_t size)
     return true;
 }
 
-std::optional<received> camera_client::next()
+received camera_client::next()
 {
     if (!fill(12)) {
-        return std::nullopt;
+        return {};
     }
     const std::uint32_t length = received{input_}.word(4);
     const std::size_t size = 12 + (length < 0x80000000U ? length : 0U);
     if (!fill(size)) {
-        return std::nullopt;
+        return {};
     }
     const auto end = input_.begin() + static_cast<std::ptrdiff_t>(size);
     received message{{input_.begin(), end}};
@@ -155,19 +158,19 @@ std::optional<received> camera_client::next()
     return message;
 }
 
-std::optional<received> camera_client::next_of_type(std::uint32_t type)
+received camera_client::next_of_type(std::uint32_t type)
 {
-    std::optional<received> message = next();
-    while (message && message->type() != type) {
+    received message = next();
+    while (message && message.type() != type) {
         message = next();
     }
     return message;
 }
 
-std::optional<received> camera_client::next_with_flag(const std::string& flag)
+received camera_client::next_with_flag(const std::string& flag)
 {
-    std::optional<received> message = next();
-    while (message && message->flag() != flag) {
+    received message = next();
+    while (message && message.flag() != flag) {
         message = next();
     }
     return message;

@@ -1,12 +1,12 @@
-// A raw client of a device: TCP, bytes and the message header, with no code of the library's or the
-// camera's, so that a mistake of theirs is not mirrored. Every wait has a generous deadline. One
-// thread per client.
+// A raw client of a device: TCP, bytes and the message header, with no code of
+// the library's or the camera's, so that a mistake of theirs is not mirrored.
+// Every wait has a generous deadline, after which an empty message comes back
+// and the test fails on it. One thread per client.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 #include <initializer_list>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,7 +19,12 @@ constexpr std::chrono::seconds patience{30};
 
 // One message as it came, header included.
 struct received {
-    bytes whole;
+    bytes whole; // empty: the connection ended, or patience did
+
+    explicit operator bool() const
+    {
+        return !whole.empty();
+    }
 
     std::uint32_t word(std::size_t offset) const; // little-endian, offset from the header's start
     std::uint32_t type() const;
@@ -46,15 +51,15 @@ public:
     void send(const bytes& data) const;
     void send_start(std::uint8_t stream) const;
 
-    // The next message; nothing when the connection ends or patience does.
-    std::optional<received> next();
+    // The next message; an empty one when the connection ends or patience does.
+    received next();
     // The next message of this type or with this flag, throwing away what comes before.
-    std::optional<received> next_of_type(std::uint32_t type);
-    std::optional<received> next_with_flag(const std::string& flag);
+    received next_of_type(std::uint32_t type);
+    received next_with_flag(const std::string& flag);
 
     // What one recv brings; empty at the end of the connection.
     bytes next_piece();
-    bool ends();            // throws away what comes before the end
+    bool ends(); // throws away what comes before the end
     bool ended_by_reset() const;
     bool is_quiet(std::chrono::milliseconds how_long) const; // nothing to read for that long
     bool urgent_byte_comes() const;

@@ -1,0 +1,183 @@
+// The live view example against the virtual camera: what it keeps decodes, also
+// across a lost link, and its exit status says what happened. The program is the
+// one that is built, run as a process of its own; the camera is in this process, so
+// that a test can drop its links and read its journal.
+#include "camera_client.h"
+#include "eventually.h"
+#include "h264_decoder.h"
+#include "program_runner.h"
+#include "virtual_camera/camera.h"
+#include "virtual_camera/stamp.h"
+
+#include <csignal>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <unistd.h>
+
+namespace
+{
+
+using support::eventually;
+using tools::bytes;
+using tools::program;
+
+zucam::camera_options small()
+{
+    zucam::camera_options options;
+    options.width = 320;
+    options.height = 180;
+    return options;
+}
+
+std::vector<std::string> to_camera(const zucam::camera& camera, std::vector<std::string> more)
+{
+    more.insert(more.end(), {"--host", "127.0.0.1", "--port", std::to_string(camera.port())});
+    return more;
+}
+
+class kept_file
+{
+public:
+    kept_file() : name_(testing::TempDir() + "live." + std::to_string(getpid()))
+    {
+    }
+
+    ~kept_file()
+    {
+        (void)unlink(name_.c_str());
+    }
+
+    kept_file(const kept_file&) = delete;
+    kept_file& operator=(const kept_file&) = delete;
+
+    const std::string& name() const
+    {
+        return name_;
+    }
+
+    // The access units: each begins at parameter sets or, without them, at its stamp.
+    std::vector<bytes> access_units() const
+    {
+        std::ifstream file(name_, std::ios::binary);
+        const bytes all{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        std::vector<bytes> units;
+        bool had_slice = true;
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            if (i + 4 < all.size() && all[i] == 0 && all[i + 1] == 0 &&
+                (all[i + 2] == 1 || (all[i + 2] == 0 && all[i + 3] == 1))) {
+                const unsigned type = all[i + (all[i + 2] == 1 ? 3 : 4)] & 31U;
+                if (had_slice && type > 5) {
+                    units.emplace_back();
+                    had_slice = false;
+                }
+                had_slice = had_slice || type <= 5;
+                const std::size_t code = all[i + 2] == 1 ? 3 : 4;
+                units.back().insert(units.back().end(), all.begin() + static_cast<long>(i),
+                                    all.begin() + static_cast<long>(i + code));
+                i += code - 1;
+                continue;
+            }
+            units.back().push_back(all[i]);
+        }
+        return units;
+    }
+
+private:
+    const std::string name_;
+};
+
+TEST(CameraLiveView, WhatItKeepsAcrossALostLinkDecodesWithoutAnError)
+{
+    zucam::camera camera(small());
+    const kept_file kept;
+    program view(LIVE_VIEW, to_camera(camera, {"--out", kept.name()}));
+    ASSERT_TRUE(eventually([&] { return camera.counters().messages_sent > 60; }));
+    camera.drop_links();
+    const std::uint64_t before = camera.counters().messages_sent;
+    ASSERT_TRUE(eventually([&] { return camera.counters().messages_sent > before + 60; }));
+    view.send_signal(SIGINT);
+    EXPECT_EQ(view.exit_status(), 0) << view.errors();
+
+    tools::h264_decoder decoder;
+    std::uint64_t sequence = 0;
+    int gaps = 0;
+    const std::vector<bytes> units = kept.access_units();
+    EXPECT_GT(units.size(), 40U);
+    for (const bytes& unit : units) {
+        ASSERT_NO_THROW(decoder.decode(unit));
+        const auto stamp = zucam::find_stamp(unit.data(), unit.size());
+        ASSERT_TRUE(stamp);
+        gaps += stamp->sequence == sequence ? 0 : 1;
+        sequence = stamp->sequence + 1;
+    }
+    EXPECT_LE(gaps, 2) << "frames are missing where the link was lost and nowhere else";
+}
+
+TEST(CameraLiveView, ItAsksForWhatItNeedsAndStopsInTheEnd)
+{
+    const zucam::camera camera(small());
+    program view(LIVE_VIEW, to_camera(camera, {"--seconds", "1"}));
+    EXPECT_EQ(view.exit_status(), 0) << view.errors();
+    EXPECT_EQ(camera.received(0x1001), 1U);
+    EXPECT_EQ(camera.received(0x1051), 1U);
+    EXPECT_EQ(camera.received(0x1011), 1U);
+    EXPECT_NE(view.output().find("described as: 320 x 180, 25 frames/s"), std::string::npos);
+}
+
+TEST(CameraLiveView, ItTellsWhenNobodyIsThere)
+{
+    zucam::camera_options options = small();
+    options.initial_faults.refuse = true;
+    const zucam::camera camera(options);
+    program view(LIVE_VIEW, to_camera(camera, {}));
+    EXPECT_EQ(view.exit_status(), 3);
+    EXPECT_NE(view.errors().find("no login to 127.0.0.1"), std::string::npos);
+}
+
+TEST(CameraLiveView, ItTellsWhenTheStreamIsNotStarted)
+{
+    zucam::camera_options options = small();
+    options.initial_faults.never_answer = {0x1001};
+    const zucam::camera camera(options);
+    program view(LIVE_VIEW, to_camera(camera, {"--seconds", "1"}));
+    EXPECT_EQ(view.exit_status(), 4);
+}
+
+TEST(CameraLiveView, ItTellsWhenNoVideoCame)
+{
+    zucam::camera_options options = small();
+    options.source = "color=duration=0.0001,select=0"; // a scene that never shows anything
+    const zucam::camera camera(options);
+    program view(LIVE_VIEW, to_camera(camera, {"--seconds", "1"}));
+    EXPECT_EQ(view.exit_status(), 5);
+}
+
+TEST(CameraLiveView, ItTellsWhenTheFileCannotBeWritten)
+{
+    const zucam::camera camera(small());
+    program view(LIVE_VIEW, to_camera(camera, {"--out", "/nowhere/at/all"}));
+    EXPECT_EQ(view.exit_status(), 1);
+    program full(LIVE_VIEW, to_camera(camera, {"--out", "/dev/full", "--seconds", "1"}));
+    EXPECT_EQ(full.exit_status(), 1);
+}
+
+TEST(CameraLiveView, WrongOptionsGetOneLine)
+{
+    const std::vector<std::vector<std::string>> wrong = {
+        {},
+        {"--host", "127.0.0.1"},
+        {"--host", "camera.example", "--port", "80"},
+        {"--host", "127.0.0.1", "--port", "0"},
+        {"--host", "127.0.0.1", "--port", "80", "--seconds", "-1"},
+        {"--host", "127.0.0.1", "--port", "80", "--colour"},
+        {"--host", "127.0.0.1", "--port", "80", "surplus"}};
+    for (const auto& arguments : wrong) {
+        program view(LIVE_VIEW, arguments);
+        EXPECT_EQ(view.exit_status(), 2);
+        const std::string line = view.errors();
+        EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << line;
+    }
+}
+
+} // namespace

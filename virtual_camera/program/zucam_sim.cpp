@@ -1,0 +1,85 @@
+// zucam-sim: virtual cameras as a program.
+//
+// The main thread waits for signals and nothing else; the cameras run on their own threads, which
+// inherit the blocked signals. SIGINT and SIGTERM end the program with status 0, SIGUSR1 drops
+// every link. Wrong options and ports that cannot be had end it with status 2 and one line.
+#include "options.h"
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <vector>
+
+namespace
+{
+
+using cameras = std::vector<std::unique_ptr<zucam::camera>>;
+
+sigset_t block_signals()
+{
+    sigset_t awaited;
+    (void)sigemptyset(&awaited);
+    (void)sigaddset(&awaited, SIGINT);
+    (void)sigaddset(&awaited, SIGTERM);
+    (void)sigaddset(&awaited, SIGUSR1);
+    (void)pthread_sigmask(SIG_BLOCK, &awaited, nullptr);
+    return awaited;
+}
+
+cameras make_cameras(const zucam::program_options& options)
+{
+    cameras made;
+    zucam::camera_options each = options.camera;
+    if (!options.journal_path.empty()) {
+        each.journal_to = std::make_shared<zucam::journal_file>(options.journal_path);
+    }
+    for (each.index = 0; each.index < options.cameras; ++each.index) {
+        made.push_back(std::make_unique<zucam::camera>(each));
+        ++each.seed;
+        each.port = static_cast<std::uint16_t>(each.port == 0 ? 0 : each.port + 1);
+    }
+    return made;
+}
+
+void print_ports(const cameras& all, const std::string& address)
+{
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        (void)std::printf("camera %zu listening on %s:%u\n", i, address.c_str(),
+                          static_cast<unsigned>(all[i]->port()));
+    }
+    (void)std::fflush(stdout);
+}
+
+void serve(const cameras& all, const sigset_t& awaited)
+{
+    int signal_number = 0;
+    while (sigwait(&awaited, &signal_number) == 0 && signal_number == SIGUSR1) {
+        for (const auto& each : all) {
+            each->drop_links();
+        }
+    }
+}
+
+int run(const zucam::program_options& options, const sigset_t& awaited)
+{
+    try {
+        const cameras all = make_cameras(options);
+        print_ports(all, options.camera.listen);
+        serve(all, awaited);
+    } catch (const std::exception& error) {
+        (void)std::fprintf(stderr, "zucam-sim: %s\n", error.what());
+        return zucam::status_wrong_options;
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    (void)std::signal(SIGPIPE, SIG_IGN); // whoever reads our lines may go away
+    const sigset_t awaited = block_signals();
+    const zucam::command_line line = zucam::read_command_line(argc, argv);
+    return line.run ? run(*line.run, awaited) : line.status;
+}

@@ -1,0 +1,32 @@
+// NAL units in an Annex B byte stream: where each begins, ends and what type it
+// has. The encoder's output is taken apart with it (parameter sets, first
+// slice), and stamps are searched with it. It copies nothing: positions are
+// offsets into the caller's bytes. No state, any thread.
+#ifndef ZUCAM_ANNEXB_H
+#define ZUCAM_ANNEXB_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace zucam::annexb
+{
+
+constexpr unsigned type_slice = 1;
+constexpr unsigned type_idr = 5;
+constexpr unsigned type_sei = 6;
+constexpr unsigned type_sps = 7;
+constexpr unsigned type_pps = 8;
+
+struct nal {
+    std::size_t begin = 0;   // of the start code
+    std::size_t payload = 0; // of the NAL unit's own header byte
+    std::size_t end = 0;     // one past its last byte
+    unsigned type = 0;
+};
+
+std::vector<nal> split(const std::uint8_t* data, std::size_t size);
+
+} // namespace zucam::annexb
+
+#endif

@@ -1,0 +1,59 @@
+// Where a stream's messages come from: the encoder, or the numbered frames.
+//
+// A producer is made, used and destroyed by one thread, the stream's. Each call makes what belongs
+// to one frame time; the stream decides when that is and who gets it.
+#ifndef ZUCAM_PRODUCER_H
+#define ZUCAM_PRODUCER_H
+
+#include "virtual_camera/camera.h"
+#include "wire.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zucam
+{
+
+struct stream_config {
+    unsigned stream = 0;
+    std::string source;
+    unsigned width = 0;
+    unsigned height = 0;
+    unsigned fps = 25;
+    unsigned bitrate_kbit = 0;
+    unsigned gop = 50;
+    audio_kind audio = audio_kind::ulaw;
+    std::optional<std::size_t> numbered_size;
+    std::uint32_t seed = 0;
+};
+
+struct block {
+    shared_message message;
+    bool entry; // a viewer may begin here
+};
+
+class producer
+{
+public:
+    virtual ~producer() = default;
+    // `sequence` counts the stream's frames over the camera's life; `key` asks for a key frame.
+    virtual std::vector<block> next(std::uint64_t sequence, bool key) = 0;
+};
+
+// The options' part for one of the four streams.
+stream_config config_of_stream(const camera_options& options, unsigned stream);
+
+// Throws std::runtime_error with one clear line.
+std::unique_ptr<producer> make_producer(const stream_config& config);
+std::unique_ptr<producer> make_video_producer(const stream_config& config);
+
+// The "FSYS" message that tells a viewer what follows.
+shared_message system_header(const stream_config& config);
+
+} // namespace zucam
+
+#endif

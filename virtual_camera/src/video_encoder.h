@@ -1,0 +1,39 @@
+// H.264 by libx264, one access unit for every picture at once: no B frames, no look-ahead, one
+// encoder thread (the caller's), parameter sets in front of every key frame. To change size, rate
+// or bit rate, make another one: the first picture of an encoder is always a key frame. Used by one
+// thread.
+#ifndef ZUCAM_VIDEO_ENCODER_H
+#define ZUCAM_VIDEO_ENCODER_H
+
+#include "av.h"
+#include "producer.h"
+#include "wire.h"
+
+namespace zucam
+{
+
+struct access_unit {
+    wire::bytes parameter_sets;  // SPS and PPS; empty unless this is a key frame
+    wire::bytes annexb;          // everything, the parameter sets included
+    std::size_t first_slice = 0; // where in annexb the first slice's start code begins
+};
+
+class video_encoder
+{
+public:
+    // Throws std::runtime_error with one clear line.
+    explicit video_encoder(const stream_config& config);
+
+    access_unit encode(AVFrame& picture, bool key);
+
+private:
+    void open(const stream_config& config);
+
+    av::codec codec_;
+    av::coded coded_;
+    std::int64_t count_ = 0;
+};
+
+} // namespace zucam
+
+#endif

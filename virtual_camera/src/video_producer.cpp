@@ -1,0 +1,98 @@
+// The messages of a real stream: per frame time one access unit with its stamp ("KTVF"), in front
+// of key frames the parameter sets ("EXVC"), then the sound of the same time ("KTAF"). Lives on the
+// stream's thread; picture source, encoder and tone are its own. The stamp's time is taken when the
+// message is made, right before it is handed to the links.
+#include "picture_source.h"
+#include "producer.h"
+#include "tone.h"
+#include "video_encoder.h"
+
+#include "virtual_camera/stamp.h"
+
+namespace zucam
+{
+
+namespace
+{
+
+constexpr unsigned lowest_tone = 440;
+
+shared_message share(const wire::bytes& body)
+{
+    return std::make_shared<const wire::bytes>(wire::stream_message(body));
+}
+
+class video_producer : public producer
+{
+public:
+    explicit video_producer(const stream_config& config)
+        : config_(config), pictures_(config.source, config.width, config.height, config.fps),
+          encoder_(config), tone_(config.audio, lowest_tone * (config.stream + 1))
+    {
+    }
+
+    std::vector<block> next(std::uint64_t sequence, bool key) override
+    {
+        const access_unit unit = encoder_.encode(*pictures_.next(), key);
+        std::vector<block> blocks;
+        const bool starts = !unit.parameter_sets.empty();
+        if (starts) {
+            blocks.push_back({parameter_sets(unit), true});
+        }
+        blocks.push_back({frame(unit, sequence), starts});
+        if (config_.audio != audio_kind::none) {
+            blocks.push_back({sound(), false});
+        }
+        return blocks;
+    }
+
+private:
+    static shared_message parameter_sets(const access_unit& unit)
+    {
+        wire::bytes body;
+        wire::put_flag(body, "EXVC");
+        body.insert(body.end(), unit.parameter_sets.begin(), unit.parameter_sets.end());
+        return share(body);
+    }
+
+    shared_message frame(const access_unit& unit, std::uint64_t sequence) const
+    {
+        const wire::bytes mark = stamp_nal({sequence, clock_us(), config_.seed, config_.stream});
+        const auto slices = unit.annexb.begin() + static_cast<std::ptrdiff_t>(unit.first_slice);
+        wire::bytes body;
+        body.reserve(4 + unit.annexb.size() + mark.size());
+        wire::put_flag(body, "KTVF");
+        body.insert(body.end(), unit.annexb.begin(), slices);
+        body.insert(body.end(), mark.begin(), mark.end());
+        body.insert(body.end(), slices, unit.annexb.end());
+        return share(body);
+    }
+
+    // As many samples as bring the sound up to the end of this frame.
+    shared_message sound()
+    {
+        ++frames_;
+        const std::uint64_t wanted = frames_ * tone_rate / config_.fps;
+        wire::bytes body;
+        wire::put_flag(body, "KTAF");
+        tone_.append(body, static_cast<unsigned>(wanted - samples_));
+        samples_ = wanted;
+        return share(body);
+    }
+
+    const stream_config config_;
+    picture_source pictures_;
+    video_encoder encoder_;
+    tone tone_;
+    std::uint64_t frames_ = 0;
+    std::uint64_t samples_ = 0;
+};
+
+} // namespace
+
+std::unique_ptr<producer> make_video_producer(const stream_config& config)
+{
+    return std::make_unique<video_producer>(config);
+}
+
+} // namespace zucam
