@@ -1,0 +1,124 @@
+#!/usr/bin/env bash
+# Everything that must hold besides the tests of an ordinary build. Each step is one line of output;
+# the first that fails shows what it said and ends the check. Called by `./run check`, which has
+# installed the packages.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. scripts/lib.sh
+
+# ---- sources -----------------------------------------------------------------------------------
+
+formatting() {
+    sources_in "${source_dirs[@]}" | xargs clang-format --dry-run -Werror
+}
+
+shell_scripts() {
+    shellcheck -x run .ci/run scripts/*.sh
+}
+
+# The files among ours that the build compiles; others have no compile command to go by.
+compiled_sources() {
+    local file
+    while IFS= read -r file; do
+        ! grep -qF "\"file\": \"$PWD/$file\"" build/dev/compile_commands.json ||
+            printf '%s\n' "$file"
+    done < <(sources_in "$@" | grep -v '\.h$')
+}
+
+linted_by_clang_tidy() {
+    compiled_sources source virtual_camera examples >build/tidy.list
+    [ -s build/tidy.list ] || return 1
+    xargs -P "$(nproc)" -n 1 clang-tidy -p build/dev --quiet <build/tidy.list
+}
+
+linted_by_cppcheck() {
+    local dirs=() dir
+    for dir in source virtual_camera examples; do
+        [ ! -d "$dir" ] || dirs+=("$dir")
+    done
+    cppcheck --quiet --error-exitcode=1 --inline-suppr --enable=warning,performance,portability \
+        --std=c++17 --std=c11 -I source/inc -I virtual_camera/include "${dirs[@]}"
+}
+
+# ---- the library as it is shipped --------------------------------------------------------------
+
+release_library=build/release/source/libzu_net_dev.so
+
+# The version node itself is an absolute symbol (type A) and no export.
+exported_symbols() {
+    nm -D --defined-only "$release_library" | sed -nE 's/^[0-9a-f]+ [^A] ([^@]+).*/\1/p' |
+        LC_ALL=C sort | diff -u scripts/exports.txt -
+}
+
+needs_libc_alone() {
+    local needed
+    needed=$(readelf -d "$release_library" | sed -nE 's/.*\(NEEDED\).*\[(.*)\]/\1/p')
+    printf 'needed: %s\n' "$needed"
+    [ "$needed" = libc.so.6 ]
+}
+
+# A machine with a compiler and CMake gets both libraries, and is told what is left out.
+libraries_alone() {
+    rm -rf build/plain
+    cmake -S . -B build/plain -G Ninja -DZU_WERROR=ON -DCMAKE_DISABLE_FIND_PACKAGE_PkgConfig=ON \
+        -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON
+    cmake --build build/plain
+    ls build/plain/source/libzu_net_dev.so.1 build/plain/source/libzu_net_dev.a
+    DESTDIR=$PWD/build/plain/stage cmake --install build/plain --prefix /usr
+    find build/plain/stage -name zu_net_dev_api.h | grep -q .
+}
+
+# The program in README.md is shown to people, so it has to be one.
+readme_program() {
+    awk '/^```c$/ {inside = 1; next} /^```$/ {inside = 0} inside' README.md >build/readme_program.c
+    grep -q ZU_NET_DEV_Login build/readme_program.c
+    cc -std=gnu11 -Wall -Wextra -pedantic -Werror -I source/inc build/readme_program.c \
+        -o build/readme_program -L build/release/source -lzu_net_dev
+}
+
+# ---- at run time -------------------------------------------------------------------------------
+
+tests_under_asan() {
+    ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1 \
+        UBSAN_OPTIONS=print_stacktrace=1 \
+        run_tests asan
+}
+
+tests_under_tsan() {
+    TSAN_OPTIONS=halt_on_error=0:exitcode=66:second_deadlock_stack=1 \
+        run_tests tsan
+}
+
+# ThreadSanitizer of this compiler can't live with the highest setting of address randomisation, so
+# it is turned off where that is in force and may be changed.
+fix_addresses() {
+    if [ "$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0)" -gt 28 ] &&
+        setarch --addr-no-randomize true 2>/dev/null; then
+        test_launcher=(setarch --addr-no-randomize)
+    fi
+}
+
+# ctest's own closing lines, from the output of the step before.
+show_totals() {
+    grep -E '^[0-9]+% tests passed|^Total Test time' <<<"$step_output"
+}
+
+step 'check: formatting' formatting
+step 'check: shell scripts' shell_scripts
+step 'check: house rules' scripts/house_rules.sh
+build dev
+step 'check: clang-tidy' linted_by_clang_tidy
+step 'check: cppcheck' linted_by_cppcheck
+build release zu_net_dev
+step 'check: exported symbols' exported_symbols
+step 'check: needs libc alone' needs_libc_alone
+step 'check: the program in README.md' readme_program
+step 'check: libraries without any package' libraries_alone
+step 'check: valgrind over a login, a stream and a logout' scripts/valgrind_round.sh build/dev
+build asan
+step 'check: tests under the address and undefined-behaviour sanitizers' tests_under_asan
+show_totals
+fix_addresses
+build tsan
+step 'check: tests under the thread sanitizer' tests_under_tsan
+show_totals

@@ -1,0 +1,149 @@
+#!/usr/bin/env bash
+# House rules that no compiler and no linter knows. Prints a line for each breach and fails when
+# there is one.
+#
+# Tests wait through tests/support/eventually.h. A line elsewhere that must sleep (a callback that is
+# slow on purpose) says why behind the mark "// sleep:".
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. scripts/lib.sh
+
+breaches=0
+
+breach() {
+    printf '%s\n' "$*"
+    breaches=$((breaches + 1))
+}
+
+# The rooms of the library from the ground up: a file includes only rooms above it in this list.
+rooms=(zu_net_dev_msg log fd_wait tcp_link link sdk_user event_handler msg_dispatch msg_receiver
+    msg_sender request_channel stream_control settings ptz device_manager login ping zu_net_dev_api)
+
+# Prints a source without its comments; line numbers stay.
+code_of() {
+    sed -E 's://.*$::; s:/\*.*\*/::g; s:^[[:space:]]*/?\*.*$::' "$1"
+}
+
+# forbid WHY PATTERN FILE...: no code line of the files may match the Perl pattern.
+forbid() {
+    local why=$1 pattern=$2 file hit
+    shift 2
+    for file in "$@"; do
+        while IFS= read -r hit; do
+            breach "$file:${hit%%:*}: $why"
+        done < <(code_of "$file" | grep -nP "$pattern" || true)
+    done
+}
+
+# forbid_text WHY PATTERN FILE...: no line at all may match.
+forbid_text() {
+    local why=$1 pattern=$2 file hit
+    shift 2
+    for file in "$@"; do
+        while IFS= read -r hit; do
+            breach "$file:${hit%%:*}: $why"
+        done < <(grep -nE "$pattern" "$file" || true)
+    done
+}
+
+room_number() {
+    local i
+    for i in "${!rooms[@]}"; do
+        if [ "${rooms[$i]}" = "$1" ]; then
+            printf '%d' "$i"
+            return 0
+        fi
+    done
+    printf '%d' -1
+}
+
+# The library is a ladder: nothing includes what stands below it.
+check_rooms() {
+    local file room number header included
+    for file in source/src/*.h source/src/*.cpp; do
+        room=$(basename "${file%.*}")
+        number=$(room_number "$room")
+        if [ "$number" -lt 0 ]; then
+            breach "$file: this room is missing in the list of $0"
+            continue
+        fi
+        while IFS= read -r header; do
+            case $header in
+            zu_net_dev_api.h | zu_data_type.h | zu_net_dev_disk.h | queue.h | ../inc/*) continue ;;
+            esac
+            included=$(room_number "${header%.h}")
+            if [ "$included" -lt 0 ] || [ "$included" -gt "$number" ]; then
+                breach "$file: includes $header, which stands below it"
+            fi
+        done < <(sed -nE 's/^#include "([^"]+)".*/\1/p' "$file")
+    done
+}
+
+# Each source of the library has its header, and every file says at its head what it is for.
+check_heads() {
+    local file room
+    for file in source/src/*.cpp; do
+        room=$(basename "${file%.cpp}")
+        [ -e "source/src/$room.h" ] || [ -e "source/inc/$room.h" ] ||
+            breach "$file: has no header of its own"
+    done
+    for file in "$@"; do
+        case $(head -n 1 "$file") in
+        //* | '/*'*) ;;
+        *) breach "$file: does not open with a comment that tells its job" ;;
+        esac
+    done
+}
+
+# The camera is written apart from the library, and the examples see what an application sees.
+check_borders() {
+    local file
+    while IFS= read -r file; do
+        forbid 'the camera includes nothing of the library' \
+            '^#include .*(zu_net_dev|zu_data_type|source/)' "$file"
+    done < <(sources_in virtual_camera)
+    while IFS= read -r file; do
+        forbid 'an example includes public headers only' \
+            '^#include .*(source/|\.\./|zu_net_dev_msg|sdk_user|log\.h)' "$file"
+    done < <(sources_in examples)
+}
+
+mapfile -t library < <(sources_in source/src)
+mapfile -t tests < <(sources_in tests)
+mapfile -t all < <(sources_in "${source_dirs[@]}")
+mapfile -t texts < <(find README.md docs cmake CMakeLists.txt CMakePresets.json .clang-tidy \
+    .clang-format run .ci scripts "${source_dirs[@]}" -type f ! -name house_rules.sh 2>/dev/null)
+
+mapfile -t waiting < <(printf '%s\n' "${library[@]}" | grep -v '/fd_wait\.cpp$')
+forbid 'a plain fd_set ends at descriptor 1023; wait with fd_wait' \
+    '\b(FD_SET|FD_ISSET|FD_CLR|FD_ZERO|fd_set)\b' "${waiting[@]}"
+forbid 'thread functions return; pthread_exit loads the unwinder' '\bpthread_exit\b' "${library[@]}"
+forbid 'a thread is never cancelled' '\bpthread_cancel\b' "${library[@]}"
+forbid 'the library has no exceptions' '\b(throw|try|catch)\b' "${library[@]}"
+forbid 'the library allocates nothing but its records' '\b(new|delete)\b[^;]*[[({A-Za-z]' \
+    "${library[@]}"
+forbid 'the library uses std::atomic and nothing else of the C++ run time' \
+    'std::(?!atomic\b|memory_order)' "${library[@]}"
+forbid 'the library includes C headers and <atomic> alone' \
+    '^#include <(?!c[a-z]+>|atomic>|[a-z/_0-9]+\.h>)' "${library[@]}"
+
+for file in "${tests[@]}"; do
+    [ "$file" != tests/support/eventually.h ] || continue
+    while IFS= read -r hit; do
+        breach "$file:${hit%%:*}: a test polls for a condition instead of sleeping"
+    done < <(grep -nE '\b(u?sleep|(clock_)?nanosleep|sleep_(for|until))[[:space:]]*\(' "$file" |
+        grep -vE '// sleep: .{8}|^[0-9]+:[[:space:]]*(//|\*)' || true)
+done
+
+forbid_text 'an open end' '\b(TODO|FIXME|XXX)\b' "${texts[@]}"
+forbid_text "a path of somebody's machine" '(^|[^A-Za-z0-9_.}*-])/(home|root|work|Users|opt|mnt)/' \
+    "${texts[@]}"
+
+check_rooms
+check_heads "${all[@]}"
+check_borders
+
+if [ $breaches -gt 0 ]; then
+    printf '%d breaches of the house rules\n' $breaches
+    exit 1
+fi
