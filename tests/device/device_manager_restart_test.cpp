@@ -13,7 +13,7 @@ protected:
     void lose_and_regain()
     {
         requests_before = device.received().size();
-        device.drop_links();
+        drop(device);
         ASSERT_TRUE(login.seen.wait_for_event(ZU_NET_DEV_CONNECTED));
     }
     // The requests of the new connection, as bytes without their ports.

@@ -25,6 +25,7 @@ protected:
     {
         EXPECT_EQ(login->result(), 0);
         EXPECT_TRUE(login->watch());
+        EXPECT_TRUE(has_link(*device));
     }
     void TearDown() override
     {
@@ -64,7 +65,7 @@ protected:
 TEST_F(Workers, ThatDoNotReportWithinFiveSecondsCostTheConnectionAndTheNextComesWithoutAnEvent)
 {
     log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
-    device->drop_links();
+    drop(*device);
     ASSERT_TRUE(late_sender.reached());
     const auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(log->wait_for(failed_line));
@@ -80,7 +81,7 @@ TEST_F(Workers, ThatDoNotReportWithinFiveSecondsCostTheConnectionAndTheNextComes
     EXPECT_THAT(link_events(login->seen), testing::ElementsAre(3, 1));
     EXPECT_EQ(log->count(pause_line), 1);
     EXPECT_FALSE(log->has(lost_line));
-    EXPECT_EQ(device->links_open(), 1);
+    EXPECT_TRUE(eventually([&] { return device->links_open() == 1; }));
     EXPECT_EQ(login->start_stream(), 0);
 }
 
@@ -89,7 +90,7 @@ TEST_F(Workers, AreLookedAtTenTimesWithHalfASecondInBetween)
     log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
     fault no_waiting("usleep", 0);
     no_waiting.on_descriptor(500000).returning(0);
-    device->drop_links();
+    drop(*device);
     ASSERT_TRUE(log->wait_for(failed_line));
     EXPECT_EQ(no_waiting.hits(), 10);
     late_sender.let_go();
@@ -111,10 +112,10 @@ TEST_F(Workers, WhoseLinkIsLostBeforeTheyReportCostTheConnectionAtOnce)
                          trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n")};
     EXPECT_EQ(difference(*log, manager_name, 2, whole), "");
     EXPECT_TRUE(log->has(7, "check_tcp_socket_status", gone_line));
+    EXPECT_THAT(link_events(login->seen), testing::ElementsAre(3)); // of the link that was up
     device->behave({});
     late_sender.let_go();
     EXPECT_TRUE(login->wait_until_up());
-    EXPECT_EQ(login->seen.count(ZU_NET_DEV_DISCONNECTED), 1);
 }
 
 TEST_F(Workers, ThatEndAfterTheSenderDoBringAReconnection)
@@ -145,7 +146,7 @@ TEST_F(Workers, ThatEndAfterTheReceiverDoBringAReconnection)
 TEST_F(Workers, LeaveEmptyBlockingPipesBehindWhenTheyWereWoken)
 {
     const held_user user(login->handle());
-    device->drop_links();
+    drop(*device);
     ASSERT_TRUE(login->seen.wait_for_event(ZU_NET_DEV_CONNECTED));
     for (const int end : {user->shutdown_pipe_recver[0], user->shutdown_pipe_sender[0]}) {
         int waiting = -1;
@@ -160,7 +161,7 @@ TEST_F(Workers, OfOneLoginAreOneSenderAndOneReceiverAlsoAfterAReconnection)
     EXPECT_EQ(threads_named("sdk_msgsender_main"), 1);
     EXPECT_EQ(threads_named("sdk_msgrecver_main"), 1);
     EXPECT_EQ(threads_named(manager_name), 1);
-    device->drop_links();
+    drop(*device);
     ASSERT_TRUE(login->seen.wait_for_event(ZU_NET_DEV_CONNECTED));
     // The event handler bears the name of its starter while it lives.
     EXPECT_TRUE(eventually([] {
@@ -181,7 +182,7 @@ TEST_F(Workers, OfWhichTheReceiverCannotBeCreatedEndTheDeviceManagerWithMinusOne
                          {trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
                           error("pthread_create msgrecver fail!\n")}),
               "");
-    EXPECT_EQ(device->links_open(), 1); // both sockets are left open
+    EXPECT_TRUE(has_link(*device)); // both sockets are left open
     EXPECT_GT(user->ext_sock, 0);
     EXPECT_GT(user->int_sock, 0);
     EXPECT_EQ(login->log_out(), 0);
@@ -200,7 +201,7 @@ TEST_F(Workers, OfWhichTheSenderCannotBeCreatedLeaveTheReceiverRunning)
                           trace("pthread_create msgrecver:0x* ok\n"),
                           error("pthread_create msgsender fail!\n")}),
               "");
-    EXPECT_EQ(threads_named("sdk_msgrecver_main"), 1);
+    EXPECT_TRUE(eventually([] { return threads_named("sdk_msgrecver_main") == 1; }));
     EXPECT_EQ(threads_named("sdk_msgsender_main"), 0);
     EXPECT_EQ(login->log_out(), 0);
 }
@@ -253,14 +254,14 @@ TEST_P(FailedStart, IsToldAtTheErrorLevelsAndALostLinkAtEveryLevel)
     ASSERT_EQ(login.result(), 0);
     log_tap log(2);
     log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
-    device.drop_links();
+    drop(device);
     ASSERT_TRUE(late_sender.reached());
     ASSERT_TRUE(log.wait_for_beginning("pthread_create msgsender:"));
     ASSERT_TRUE(eventually([&] { return device.links_open() == 1; }));
 
     set_log_level(level);
     log.forget();
-    device.drop_links();
+    drop(device);
     // The next connection is made at once and then waits for the former sender.
     ASSERT_TRUE(eventually([&] { return device.connections_made() == 3; }));
     ASSERT_TRUE(level < 2 || log.wait_for_beginning("tcp_connect to "));

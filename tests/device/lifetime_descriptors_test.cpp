@@ -88,7 +88,7 @@ TEST(Lifetime, NoDescriptorOfAReconnectionIsInherited)
     serving_device device;
     live_login login(device.port());
     ASSERT_TRUE(login.watch());
-    device.drop_links();
+    drop(device);
     ASSERT_TRUE(login.seen.wait_for_event(ZU_NET_DEV_CONNECTED));
     expect_not_inherited(login.handle());
 }

@@ -81,6 +81,7 @@ TEST(Lifetime, ALoginMissesNoFrameWhileAnotherComesAndGoes)
         live_login steady(steady_device.port());
         ASSERT_EQ(steady.result(), 0);
         ASSERT_TRUE(steady.watch());
+        ASSERT_TRUE(has_link(steady_device));
 
         std::atomic<bool> stop{false};
         std::atomic<int> rounds{0};
@@ -139,7 +140,7 @@ TEST(Lifetime, ADeviceThatClosesTwentyTimesEndsWithOneSenderAndOneReceiver)
         ASSERT_TRUE(eventually([&] { return device.links_open() == 1; }));
         const auto descriptors = open_descriptors();
 
-        device.drop_links();
+        drop(device);
         // An accepted and closed connection is mostly noticed in the start-up wait and costs half a
         // second at most; one whose workers were quicker costs a teardown and its pause.
         ASSERT_TRUE(eventually([&] { return connection == 22; }, std::chrono::seconds(100)));

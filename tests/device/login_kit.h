@@ -211,10 +211,23 @@ inline void go_on_for(std::chrono::milliseconds duration)
     all_along([] { return true; }, duration);
 }
 
-// Ends the links; true once the device manager has begun its three-second pause. Level 1 or 2.
+// A login may be up before the device has taken its connection out of the queue.
+inline bool has_link(const serving_device& device)
+{
+    return eventually([&] { return device.links_open() > 0; });
+}
+
+// Ends the links of a device.
+inline void drop(serving_device& device)
+{
+    EXPECT_TRUE(has_link(device));
+    device.drop_links();
+}
+
+// The same; true once the device manager has begun its three-second pause. Level 1 or 2.
 inline bool lose_link(serving_device& device, const log_tap& log)
 {
-    device.drop_links();
+    drop(device);
     return log.wait_for(pause_line);
 }
 

@@ -134,7 +134,7 @@ TEST_P(LoginRound, TellsItsStoryWhenTheDeviceManagerNoticesTheDeadLinkFirst)
             // The link goes down under the device manager; Logout comes while it tears down, after
             // the workers have ended but before the sockets' fields are cleared.
             pause_hold tearing_down("sdk_msgrecver_main"); // its pause before it ends
-            device.drop_links();
+            drop(device);
             ASSERT_TRUE(tearing_down.reached());
             const held_user user(handle);
             ASSERT_TRUE(eventually([&] { return user->used == -1; }));

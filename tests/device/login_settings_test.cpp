@@ -255,7 +255,7 @@ TEST(SetReconnect, LeavesThePauseBeforeAReconnectionAtThreeSeconds)
     ASSERT_EQ(login.result(), 0);
     ASSERT_EQ(ZU_NET_DEV_SetReconnect(login.handle(), 1), 0);
     const auto start = std::chrono::steady_clock::now();
-    device.drop_links();
+    drop(device);
     ASSERT_TRUE(eventually([&] { return device.connections_made() == 2; }));
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
     EXPECT_TRUE(log.has(7, manager_name, pause_line));
@@ -267,6 +267,6 @@ TEST(SetReconnect, OfADayDoesNotLengthenThePause)
     serving_device device;
     live_login login(device.port());
     ASSERT_EQ(ZU_NET_DEV_SetReconnect(login.handle(), 86400), 0);
-    device.drop_links();
+    drop(device);
     EXPECT_TRUE(eventually([&] { return device.connections_made() == 2; }));
 }

@@ -53,6 +53,7 @@ protected:
           other_device(std::make_unique<serving_device>(silent()))
     {
         EXPECT_EQ(log_in(&handle, device->port()), 0);
+        EXPECT_TRUE(has_link(*device));
     }
     void TearDown() override
     {
@@ -113,7 +114,7 @@ TEST_F(LogoutAndCallbacks, LogoutFromTheDisconnectedEventSucceedsAndNothingRecon
     event_action& ends_itself = new_action([&](ZU_U32 own) { result = ZU_NET_DEV_Logout(own); });
     ends_itself.trigger = ZU_NET_DEV_DISCONNECTED;
     ASSERT_TRUE(ends_itself.attach(handle));
-    device->drop_links();
+    drop(*device);
     ASSERT_TRUE(ends_itself.has_ended());
     EXPECT_EQ(result, 0);
     EXPECT_EQ(device->connections_made(), 1);
@@ -123,6 +124,7 @@ TEST_F(LogoutAndCallbacks, TwoLoginsCanEndEachOtherFromTheirEventCallbacks)
 {
     ZU_U32 other = 0;
     ASSERT_EQ(log_in(&other, other_device->port()), 0);
+    ASSERT_TRUE(has_link(*other_device));
     std::atomic<int> met{0};
     std::atomic<int> results[2] = {{-99}, {-99}};
     const auto meet = [&] {
