@@ -29,7 +29,8 @@
  *  3. Time limit: a request that the device does not answer fails after 3 to 4 seconds, but ONLY
  *     at log levels 1 and 2. At level 0, and at the initial -1 that nobody has changed, it waits
  *     for ever. So does a Logout that meets the restart of a stream (rule 8) that is never
- *     answered. Programs should call ZU_NET_DEV_SetLogLevel with 1 before anything else.
+ *     answered, and the reconnection itself: while a restart is unanswered nobody watches the link.
+ *     Programs should call ZU_NET_DEV_SetLogLevel with 1 before anything else.
  *
  *  4. Threads: every function may be called from any thread, and by many at once on the same
  *     handle; each request gets its own answer. Init and DeInit alone need the library to
@@ -55,10 +56,10 @@
  *     may name a new login.
  *
  *  8. Reconnection: when the link is lost (closed, or silent for six seconds) the disconnected
- *     event is raised, and after three seconds the library connects again, without pause between
- *     attempts and without end, until Logout. Requests fail meanwhile. Once a start of a stream has
- *     been asked for, every reconnection starts that stream anew, also when it had failed, was
- *     refused or has been stopped since.
+ *     event is raised, at once or some six seconds later, and after three more the library connects
+ *     again, without pause between attempts and without end, until Logout. Requests fail meanwhile.
+ *     Once a start of a stream has been asked for, every reconnection starts that stream anew, also
+ *     when it had failed, was refused or has been stopped since.
  *
  *  9. Secrets: the protocol carries neither the user name nor the password, and encrypts nothing.
  *     The password is kept in memory as it is until Logout, and is not wiped then; it stands in
@@ -66,12 +67,14 @@
  *
  * 10. Nothing that a device sends harms the library's memory, but all of it is passed on as it is:
  *     texts in records may lack their final NUL, switches may be neither 0 nor 1, and a block may
- *     be shorter than its kind should be.
+ *     be shorter than its kind should be. A device that stops within a header keeps one thread busy
+ *     until it goes on or the connection ends.
  *
  * 11. The process: Init ignores SIGPIPE for all of it. A login takes six descriptors and about
  *     2 MB, a request one descriptor more while it lasts; a program with more than some 150 logins
  *     must raise its limit of open files. Descriptors from 65,536 on are of no use to the library.
- *     Once loaded it stays: dlclose does not unload it.
+ *     Once loaded it stays: dlclose does not unload it. Its threads block no signals, and a signal
+ *     handler that runs on one of them ends that connection: keep handlers on threads of your own.
  */
 #ifndef ZU_NET_DEV_API_H
 #define ZU_NET_DEV_API_H
@@ -373,8 +376,8 @@ ZU_NET_DEV_EXPORT ZU_S32 ZU_NET_DEV_DeInit(void);
  *               machine. Cut likewise, so a longer text may become another address.
  *   u16Port     the device's TCP port, host byte order, not 0.
  *
- * Blocks: mostly half a second; not at all or one second when nobody is there; some three and a
- * half at most. Any thread, but not in a log callback.
+ * Blocks: mostly half a second; not at all or one second when nobody is there; some four seconds
+ * at most. Any thread, but not in a log callback.
  * ZU_SUCCESS: the login lives until Logout, across any number of reconnections.
  * ZU_FAILURE: no Init, a null or 0 argument, 256 logins alive, no memory, descriptors or threads
  *             left, no connection, or not up within three seconds. Nothing is left behind.
@@ -389,7 +392,8 @@ ZU_NET_DEV_EXPORT ZU_S32 ZU_NET_DEV_Login(ZU_U32* pu32Handle, const ZU_CHAR* psU
  * the slot back. The device is not told to stop a stream; it sees the connection close.
  *
  * When it returns, no thread, descriptor or memory of the login is left, but for calls still under
- * way on other threads and the event callback that it was called from; these end by themselves.
+ * way on other threads and the event callback that it was called from; these end by themselves, a
+ * request at log levels 1 and 2 only (rule 3).
  * No callback of the login begins any more. The stream callback is not running either. Event
  * callbacks that were running are waited for, five seconds at most, since one may itself wait for
  * something that the caller holds; from inside an event callback, of any login, they are not waited
@@ -519,15 +523,19 @@ ZU_NET_DEV_EXPORT ZU_S32 ZU_NET_DEV_MakeKeyFrame(ZU_U32 u32Handle, ZU_U32 u32Str
  *   u32Command  the device's command code, not checked.
  *   pBuf        in and out. For the five codes it must hold the WHOLE record, however small
  *               u32BufLen is: all of it is written. For the video, audio and IDR_QP records the
- *               field u32Stream is read first and selects the stream. May be null for other codes,
- *               with u32BufLen 0. Its content counts only when the result says so.
+ *               field u32Stream is read first and selects the stream, so these three are refused
+ *               without a buffer. For every other code it may be null, with u32BufLen 0: the
+ *               request is sent, and nothing is copied. Its content counts only when the result
+ *               says so.
  *   u32BufLen   bytes, 0 to 3140; limits nothing.
  *
  * Blocks until the device answers, with the time limit of rule 3. Any thread; not a log callback,
  * nor a stream callback of the same login.
- * Result: the device's code. The record is copied whatever the code is.
- * ZU_FAILURE: no Init, a length without a buffer or above 3140, no such login or its link down, or
- *             no answer; the buffer is untouched.
+ * Result: the device's code. The record is copied whatever the code is. An answer too short for the
+ *         code gives 0, and what it lacks of the record is zeros but for the stream selector.
+ * ZU_FAILURE: no Init, a length without a buffer or above 3140, no buffer for one of the three
+ *             codes that read it, no such login or its link down, or no answer; the buffer is
+ *             untouched.
  * See also ZU_NET_DEV_SetConfig.
  */
 ZU_NET_DEV_EXPORT ZU_S32 ZU_NET_DEV_GetConfig(ZU_U32 u32Handle, ZU_U32 u32Command, ZU_VOID* pBuf,

@@ -159,7 +159,8 @@ bool wait_for_workers(const zu_sdk_user* user)
     return true;
 }
 
-// A field that shows a socket shows none any more. Number 0 counts as none already.
+// A field that shows a socket shows none any more. Number 0 counts as none already, for the fields
+// and the lines; the socket itself goes back with its link whatever its number.
 void forget(std::atomic<int>& field)
 {
     if (field > 0) {

@@ -138,8 +138,8 @@ void shut_last_link(zu_sdk_user* user)
 }
 
 // The last steps, once the device manager has ended and the workers are on their way out. The
-// sockets go last: until the slot is empty a request may still be sent to the loopback port, which
-// must not be another login's by then.
+// sockets go last: until the slot is empty a request may still begin, and its loopback port must
+// not be another login's by then.
 void release(zu_sdk_user* user, ZU_U32 handle)
 {
     join_workers(user);

@@ -97,11 +97,19 @@ request_block make_request(int type, int payload_size)
     return block;
 }
 
-int run_request(const char* who, zu_sdk_user* user, request_block* block)
+bool exchange_request(const char* who, zu_sdk_user* user, request_block* block)
 {
     int msglen = static_cast<int>(sizeof(zu_sdk_msg_head)) + block->msg.head.len;
     if (udp_tx_rx(user, block, msglen, block, &msglen) == -1) {
         LOG_ERROR(who, "write faill!\n");
+        return false;
+    }
+    return true;
+}
+
+int run_request(const char* who, zu_sdk_user* user, request_block* block)
+{
+    if (!exchange_request(who, user, block)) {
         return -1;
     }
     const int retcode = block->msg.payload.response.retcode;

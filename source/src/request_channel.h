@@ -34,8 +34,12 @@ union request_block {
 // A zeroed block with its header written. `payload_size` counts what follows the header.
 request_block make_request(int type, int payload_size);
 
-// Sends the block and waits for its response, writing the lines of the entry point `who`. Returns
-// the device's response code, or -1 after a line when the exchange failed.
+// Sends the block and waits for its response. False after a line of the entry point `who` when the
+// exchange failed.
+bool exchange_request(const char* who, zu_sdk_user* user, request_block* block);
+
+// The same with the last lines of the entry point: returns the device's response code, or -1 when
+// the exchange failed.
 int run_request(const char* who, zu_sdk_user* user, request_block* block);
 
 // The exchange alone. Returns the reply's length, also in `*rxlen`, or -1; a failed receive sets

@@ -91,6 +91,7 @@ static void login_refuses_missing_arguments(void)
 static void a_handle_of_nobody_is_refused(void)
 {
     ZU_S_STREAM_INFO_EXT stream = {0, 0, 0, 1};
+    ZU_S_Video_Ext video = {0};
     const ZU_U32 handle = 0x43210000;
     CHECK_EQUAL(ZU_NET_DEV_Init(), ZU_SUCCESS);
     CHECK_EQUAL(ZU_NET_DEV_Logout(handle), ZU_FAILURE);
@@ -100,7 +101,27 @@ static void a_handle_of_nobody_is_refused(void)
     CHECK_EQUAL(ZU_NET_DEV_StartStreamExt(handle, &stream), ZU_FAILURE);
     CHECK_EQUAL(ZU_NET_DEV_StopStream(handle), ZU_FAILURE);
     CHECK_EQUAL(ZU_NET_DEV_MakeKeyFrame(handle, 11), ZU_FAILURE);
+    CHECK_EQUAL(ZU_NET_DEV_GetConfig(handle, ZU_NET_DEV_CMD_VIDEO_PARAM_EXT, &video, sizeof video),
+                ZU_FAILURE);
+    CHECK_EQUAL(ZU_NET_DEV_SetConfig(handle, ZU_NET_DEV_CMD_VIDEO_PARAM_EXT, &video, sizeof video),
+                ZU_FAILURE);
+    CHECK_EQUAL(ZU_NET_DEV_PTZ_Ctrl_Standard(handle, 1, 1), ZU_FAILURE);
+    CHECK_EQUAL(ZU_NET_DEV_PTZ_Ctrl_Preset(handle, 1, 1), ZU_FAILURE);
     CHECK_EQUAL(ZU_NET_DEV_DeInit(), ZU_SUCCESS);
+}
+
+static void the_functions_without_device_support_succeed(void)
+{
+    char data[4] = {0};
+    CHECK_EQUAL(ZU_NET_DEV_SetDataCallBack(0, NULL, NULL), ZU_SUCCESS);
+    CHECK_EQUAL(ZU_NET_DEV_PTZ_Ctrl_StandardEx(0, 1), ZU_SUCCESS);
+    CHECK_EQUAL(ZU_NET_DEV_PTZ_Fully_Trans(0, data, 4), ZU_SUCCESS);
+    CHECK_EQUAL(ZU_NET_DEV_StartVoice(0, 1), ZU_SUCCESS);
+    CHECK_EQUAL(ZU_NET_DEV_StopVoice(0), ZU_SUCCESS);
+    CHECK_EQUAL(ZU_NET_DEV_SendVoiceData(0, data, 4, 1), ZU_SUCCESS);
+    CHECK_EQUAL(ZU_NET_DEV_StartRecord(0, data, 1, 1), ZU_SUCCESS);
+    CHECK_EQUAL(ZU_NET_DEV_StopRecord(0), ZU_SUCCESS);
+    CHECK_EQUAL(ZU_NET_DEV_GetRecordState(0), ZU_SUCCESS);
 }
 
 static void log_settings_refuse_what_they_do_not_know(void)
@@ -145,6 +166,8 @@ int main(int argc, char** argv)
         {"login_refuses_before_init", login_refuses_before_init},
         {"login_refuses_missing_arguments", login_refuses_missing_arguments},
         {"a_handle_of_nobody_is_refused", a_handle_of_nobody_is_refused},
+        {"the_functions_without_device_support_succeed",
+         the_functions_without_device_support_succeed},
         {"log_settings_refuse_what_they_do_not_know", log_settings_refuse_what_they_do_not_know},
         {"the_log_is_silent_until_a_level_is_set", the_log_is_silent_until_a_level_is_set},
         {"a_log_callback_gets_the_line_and_finds_the_message",

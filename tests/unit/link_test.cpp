@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+
 #include "link.h"
 #include "process_probe.h"
 #include "sockets.h"
@@ -219,7 +221,7 @@ TEST(LinkPool, HasRoomForThreeAtOnce)
     link_pool pool = {};
     device_link* links[3];
     for (auto& link : links) {
-        link = link_open(pool, dup(STDIN_FILENO));
+        link = link_open(pool, ::socket(AF_INET, SOCK_STREAM, 0));
     }
     EXPECT_NE(links[0], links[1]);
     EXPECT_NE(links[1], links[2]);
@@ -233,9 +235,9 @@ TEST(LinkPool, HasRoomForThreeAtOnce)
 TEST(LinkPool, GivesAFreedLinkAgainLikeNew)
 {
     link_pool pool = {};
-    device_link* const kept_a = link_open(pool, dup(STDIN_FILENO));
-    device_link* const used = link_open(pool, dup(STDIN_FILENO));
-    device_link* const kept_b = link_open(pool, dup(STDIN_FILENO));
+    device_link* const kept_a = link_open(pool, ::socket(AF_INET, SOCK_STREAM, 0));
+    device_link* const used = link_open(pool, ::socket(AF_INET, SOCK_STREAM, 0));
+    device_link* const kept_b = link_open(pool, ::socket(AF_INET, SOCK_STREAM, 0));
     std::atomic<int> int_port{0};
     std::atomic<int> int_sock{-1};
     ASSERT_EQ(build_int_sock(&int_sock, &int_port), 0);
@@ -244,7 +246,7 @@ TEST(LinkPool, GivesAFreedLinkAgainLikeNew)
     link_shut_int(used);
     link_drop(used);
 
-    const int fresh_sock = dup(STDIN_FILENO);
+    const int fresh_sock = ::socket(AF_INET, SOCK_STREAM, 0);
     device_link* const fresh = link_open(pool, fresh_sock);
 
     EXPECT_EQ(fresh, used);
@@ -276,7 +278,7 @@ protected:
 
     device_link* open_link()
     {
-        return link_open(user->links, dup(STDIN_FILENO));
+        return link_open(user->links, ::socket(AF_INET, SOCK_STREAM, 0));
     }
 
     zu_sdk_user* user;
@@ -348,7 +350,7 @@ TEST_F(RecordLink, CanBeTakenAndShutWhileAnotherTakesItsPlace)
         }
     });
     for (int round = 0; round < 2000 || shut < 100; round++) {
-        sdk_user_set_link(user, link_open(user->links, dup(STDIN_FILENO)));
+        sdk_user_set_link(user, link_open(user->links, ::socket(AF_INET, SOCK_STREAM, 0)));
     }
     over = true;
     taker.join();
