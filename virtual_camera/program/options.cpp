@@ -70,6 +70,17 @@ audio_kind parse_audio(const std::string& text)
     throw bad_value("--audio", text, "ulaw, alaw or off");
 }
 
+codec_kind parse_codec(const std::string& text)
+{
+    if (text == "h264") {
+        return codec_kind::h264;
+    }
+    if (text == "h265") {
+        return codec_kind::h265;
+    }
+    throw bad_value("--codec", text, "h264 or h265");
+}
+
 void add_port_options(CLI::App& app, program_options& into)
 {
     option_group group(app, "Where it listens");
@@ -111,6 +122,13 @@ void add_picture_options(CLI::App& app, camera_options& into)
                  "frames from one key frame to the next [2 s of them]");
     group.text("--audio", "KIND", "G.711 sound: ulaw, alaw or off [ulaw]",
                [&into](const std::string& given) { into.audio = parse_audio(given); });
+    group.text("--codec", "KIND", "video to begin with: h264 or h265 [h264]",
+               [&into](const std::string& given) { into.codec = parse_codec(given); });
+    group.text(
+        "--move-limit", "SECONDS", "a pan, tilt or zoom ends this long after its command [10]",
+        [&into](const std::string& given) {
+            into.move_limit = std::chrono::milliseconds(parse_seconds("--move-limit", given));
+        });
     group.text("--numbered", "BYTES",
                "numbered frames of this size instead of pictures and sound; no encoder runs",
                [&into](const std::string& given) {

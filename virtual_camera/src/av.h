@@ -13,6 +13,7 @@ extern "C" {
 #include <libavfilter/avfilter.h>
 #include <libavutil/error.h>
 #include <libavutil/frame.h>
+#include <libswscale/swscale.h>
 }
 
 namespace zucam::av
@@ -53,6 +54,14 @@ struct free_ends {
     }
 };
 
+struct free_scaler {
+    void operator()(SwsContext* scaler) const
+    {
+        sws_freeContext(scaler);
+    }
+};
+
+using scaler = std::unique_ptr<SwsContext, free_scaler>;
 using frame = std::unique_ptr<AVFrame, free_frame>;
 using coded = std::unique_ptr<AVPacket, free_coded>;
 using codec = std::unique_ptr<AVCodecContext, free_codec>;

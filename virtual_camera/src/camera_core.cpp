@@ -31,6 +31,17 @@ void close_accepted(int socket, bool with_reset)
     (void)close(socket);
 }
 
+stream_configs starting_configs(const camera_options& options)
+{
+    const auto head = std::make_shared<camera_head>(options.move_limit);
+    stream_configs made;
+    for (unsigned stream = 0; stream < stream_count; ++stream) {
+        made[stream] = config_of_stream(options, stream);
+        made[stream].head = head;
+    }
+    return made;
+}
+
 // Without a descriptor left the waiting connection stays readable; asking again at once would spin.
 void wait_out_shortage()
 {
@@ -42,11 +53,18 @@ void wait_out_shortage()
 } // namespace
 
 camera_core::camera_core(const camera_options& options)
+    : camera_core(options, starting_configs(options))
+{
+}
+
+camera_core::camera_core(const camera_options& options, const stream_configs& start)
     : options_(options), journal_(options.journal_to), listener_(options.listen, options.port),
+      control_(start,
+               [this](const stream_config& config) { hubs_[config.stream]->change(config); }),
       faults_(std::make_shared<active_faults>(options.initial_faults, 1))
 {
-    for (unsigned stream = 0; stream < stream_count; ++stream) {
-        hubs_[stream] = std::make_unique<stream_hub>(config_of_stream(options_, stream));
+    for (const stream_config& each : start) {
+        hubs_[each.stream] = std::make_unique<stream_hub>(each);
     }
     obey_refusal();
     thread_ = std::thread([this] { run(); });

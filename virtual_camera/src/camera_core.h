@@ -47,6 +47,7 @@ public:
     const journal& received_so_far() const;
 
 private:
+    camera_core(const camera_options& options, const stream_configs& start);
     std::shared_ptr<const active_faults> faults_in_force() const;
     void run();
     bool wait_for_work() const;
@@ -69,9 +70,8 @@ private:
     journal journal_;
     listener listener_;
     link_totals totals_;
-    control control_;
-    static constexpr unsigned stream_count = 4;
     std::array<std::unique_ptr<stream_hub>, stream_count> hubs_;
+    control control_;       // changes the hubs
     std::mutex stop_mutex_; // one stop after the other
 
     mutable std::mutex mutex_;

@@ -1,30 +1,46 @@
 // Settings, pan-tilt-zoom and presets: the requests that ask the camera to be or do something.
 //
-// Kept apart from the transport and from the streams. For now every request is accepted, nothing is
-// kept and a setting is read as zeros. Called by link threads; has no state yet that would need
-// guarding.
+// Kept apart from the transport and from the streams: what a setting changes is handed to the owner
+// as the new configuration of a stream. Called by link threads, several at once; the mutex guards
+// the store and keeps configurations in the order of their settings. The owner's function is called
+// with it held, and must not come back here.
 #ifndef ZUCAM_CONTROL_H
 #define ZUCAM_CONTROL_H
 
+#include "camera_head.h"
+#include "settings_store.h"
 #include "wire.h"
 
+#include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
 
 namespace zucam
 {
 
-// What a device says in the first word of its answer.
-constexpr std::int32_t code_done = 0;
-constexpr std::int32_t code_out_of_range = 2;
-
 class control
 {
 public:
+    using change_stream = std::function<void(const stream_config&)>;
+
+    // The configurations that the streams start with; all have the same head.
+    control(const stream_configs& start, change_stream change);
+
     // The whole answer, or nothing when the request is none of these.
-    std::optional<wire::bytes> answer(const wire::request& to) const;
+    std::optional<wire::bytes> answer(const wire::request& to);
 
 private:
-    static wire::bytes read_setting(const wire::request& to);
+    wire::bytes read_setting(const wire::request& to) const;
+    std::int32_t write_setting(const wire::request& from);
+    std::int32_t move(std::uint32_t action, std::uint32_t speed);
+    std::int32_t use_preset(std::uint32_t action, std::uint32_t number);
+    std::int32_t go_to_preset(std::uint32_t number);
+
+    const std::shared_ptr<camera_head> head_;
+    const change_stream change_;
+    mutable std::mutex mutex_;
+    settings_store store_;
 };
 
 } // namespace zucam

@@ -38,12 +38,34 @@ public:
         return {{std::make_shared<const wire::bytes>(wire::stream_message(body)), true}};
     }
 
+    void adopt(const stream_config& /*config*/) override
+    {
+    }
+
 private:
     const std::uint32_t seed_;
     const std::size_t size_;
 };
 
 } // namespace
+
+bool same_pictures(const stream_config& one, const stream_config& other)
+{
+    return one.width == other.width && one.height == other.height && one.fps == other.fps;
+}
+
+bool same_encoding(const stream_config& one, const stream_config& other)
+{
+    return same_pictures(one, other) && one.codec == other.codec &&
+           one.bitrate_kbit == other.bitrate_kbit && one.gop == other.gop &&
+           one.constant_rate == other.constant_rate && one.profile == other.profile;
+}
+
+bool same_sound(const stream_config& one, const stream_config& other)
+{
+    return one.audio == other.audio && one.sample_rate == other.sample_rate &&
+           one.volume == other.volume;
+}
 
 stream_config config_of_stream(const camera_options& options, unsigned stream)
 {
@@ -55,6 +77,7 @@ stream_config config_of_stream(const camera_options& options, unsigned stream)
     config.fps = options.fps;
     config.bitrate_kbit = std::max(smallest_bitrate, options.bitrate_kbit >> stream);
     config.gop = options.gop;
+    config.codec = options.codec;
     config.audio = options.audio;
     config.numbered_size = options.numbered_size;
     config.seed = options.seed;

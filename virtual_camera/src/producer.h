@@ -18,6 +18,8 @@
 namespace zucam
 {
 
+class camera_head;
+
 struct stream_config {
     unsigned stream = 0;
     std::string source;
@@ -26,10 +28,21 @@ struct stream_config {
     unsigned fps = 25;
     unsigned bitrate_kbit = 0;
     unsigned gop = 50;
+    codec_kind codec = codec_kind::h264;
+    bool constant_rate = true; // otherwise short peaks of twice the bit rate are allowed
+    unsigned profile = 0;      // of H.264: 0 baseline, 1 main, 2 high
     audio_kind audio = audio_kind::ulaw;
+    unsigned sample_rate = 8000;
+    unsigned volume = 50;              // 0 to 100
+    std::shared_ptr<camera_head> head; // where the camera looks; shared by its streams
     std::optional<std::size_t> numbered_size;
     std::uint32_t seed = 0;
 };
+
+// What a producer has to make anew when it passes from one configuration to the other.
+bool same_pictures(const stream_config& one, const stream_config& other);
+bool same_encoding(const stream_config& one, const stream_config& other);
+bool same_sound(const stream_config& one, const stream_config& other);
 
 struct block {
     shared_message message;
@@ -42,6 +55,9 @@ public:
     virtual ~producer() = default;
     // `sequence` counts the stream's frames over the camera's life; `key` asks for a key frame.
     virtual std::vector<block> next(std::uint64_t sequence, bool key) = 0;
+    // Goes on with other measures; the next frame is one that a viewer may begin at when anything
+    // but the sound is different. Throws like make_producer, and is of no use after that.
+    virtual void adopt(const stream_config& config) = 0;
 };
 
 // The options' part for one of the four streams.

@@ -20,6 +20,7 @@ namespace
 
 constexpr std::array<std::uint8_t, 16> uuid = {0x7a, 0x75, 0x63, 0x61, 0x6d, 0x2d, 0x4e, 0x1f,
                                                0x9b, 0x3c, 0x5d, 0x0e, 0x71, 0xa8, 0xc2, 0x46};
+constexpr std::array<std::uint8_t, 2> h265_sei_header = {annexb::h265_prefix_sei << 1U, 1};
 constexpr unsigned user_data_unregistered = 5;
 constexpr std::size_t own_size = 24;
 constexpr std::size_t payload_size = uuid.size() + own_size;
@@ -98,6 +99,16 @@ std::optional<stamp> stamp_in_sei(const wire::bytes& rbsp)
     return std::nullopt;
 }
 
+// 0 for a unit that is no SEI. The first byte of an H.265 SEI would be a prefix NAL unit in H.264
+// and the other way round a reserved slice; neither stands in our streams.
+std::size_t sei_header_size(const std::uint8_t* unit, std::size_t size)
+{
+    if (size >= 2 && std::equal(h265_sei_header.begin(), h265_sei_header.end(), unit)) {
+        return 2;
+    }
+    return size >= 1 && (unit[0] & 31U) == annexb::type_sei ? 1 : 0;
+}
+
 } // namespace
 
 std::uint64_t clock_us()
@@ -108,7 +119,7 @@ std::uint64_t clock_us()
            static_cast<std::uint64_t>(now.tv_nsec) / 1000U;
 }
 
-std::vector<std::uint8_t> stamp_nal(const stamp& value)
+std::vector<std::uint8_t> stamp_nal(const stamp& value, codec_kind codec)
 {
     wire::bytes rbsp;
     rbsp.push_back(user_data_unregistered);
@@ -120,7 +131,13 @@ std::vector<std::uint8_t> stamp_nal(const stamp& value)
     wire::put_u32(rbsp, value.stream);
     rbsp.push_back(0x80); // the stop bit
 
-    wire::bytes out = {0, 0, 0, 1, annexb::type_sei};
+    wire::bytes out = {0, 0, 0, 1};
+    if (codec == codec_kind::h265) {
+        out.push_back(h265_sei_header[0]);
+        out.push_back(h265_sei_header[1]);
+    } else {
+        out.push_back(annexb::type_sei);
+    }
     const wire::bytes body = escaped(rbsp);
     out.insert(out.end(), body.begin(), body.end());
     return out;
@@ -129,10 +146,11 @@ std::vector<std::uint8_t> stamp_nal(const stamp& value)
 std::optional<stamp> find_stamp(const std::uint8_t* data, std::size_t size)
 {
     for (const annexb::nal& unit : annexb::split(data, size)) {
-        if (unit.type != annexb::type_sei) {
+        const std::size_t header = sei_header_size(data + unit.payload, unit.end - unit.payload);
+        if (header == 0) {
             continue;
         }
-        const std::size_t first = unit.payload + 1;
+        const std::size_t first = unit.payload + header;
         if (const auto found = stamp_in_sei(unescaped(data + first, unit.end - first))) {
             return found;
         }

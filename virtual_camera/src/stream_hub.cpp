@@ -19,7 +19,8 @@ constexpr std::chrono::seconds latest_catch_up{1}; // further behind, frames are
 
 } // namespace
 
-stream_hub::stream_hub(stream_config config) : config_(std::move(config))
+stream_hub::stream_hub(stream_config config)
+    : stream_(config.stream), wanted_(std::move(config)), playing_(wanted_)
 {
 }
 
@@ -46,13 +47,13 @@ void stream_hub::add(link& who)
     const auto known = std::find_if(viewers_.begin(), viewers_.end(),
                                     [&who](const viewer& v) { return v.who == &who; });
     if (known == viewers_.end()) {
-        viewers_.push_back({&who, true, false});
+        viewers_.push_back({&who, true, false, false});
     } else {
-        *known = {&who, true, false};
+        *known = {&who, true, false, false};
     }
-    (void)who.send_stream_data(config_.stream, system_header(config_));
     key_requested_ = true;
     start_thread();
+    (void)who.send_stream_data(stream_, system_header(playing_));
 }
 
 void stream_hub::remove(link& who)
@@ -70,6 +71,17 @@ void stream_hub::request_key_frame()
     key_requested_ = true;
 }
 
+void stream_hub::change(const stream_config& config)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (same_encoding(config, wanted_) && same_sound(config, wanted_)) {
+        return;
+    }
+    wanted_ = config;
+    outdated_ = true;
+    changed_.notify_all();
+}
+
 void stream_hub::start_thread()
 {
     if (running_ || stopping_) {
@@ -78,6 +90,8 @@ void stream_hub::start_thread()
     if (thread_.joinable()) {
         thread_.join();
     }
+    playing_ = wanted_;
+    outdated_ = false;
     thread_ = std::thread([this] { run(); });
     running_ = true;
 }
@@ -91,7 +105,9 @@ void stream_hub::run()
 {
     for (;;) {
         try {
-            const std::unique_ptr<producer> from = make_producer(config_);
+            const stream_config config = take_wanted();
+            const std::unique_ptr<producer> from = make_producer(config);
+            announce(config);
             play(*from);
         } catch (const std::exception& error) {
             report(error.what());
@@ -105,22 +121,57 @@ void stream_hub::run()
     }
 }
 
+// A change is waited for like the time of the next frame, so that a slow stream obeys at once too.
 void stream_hub::play(producer& from)
 {
-    const auto period = std::chrono::nanoseconds(std::chrono::seconds(1)) / config_.fps;
     clock::time_point next = clock::now();
+    unsigned fps = playing_.fps;
     while (wait_until(next)) {
+        if (outdated()) {
+            const stream_config config = take_wanted();
+            from.adopt(config);
+            announce(config);
+            fps = config.fps;
+        }
         const std::vector<block> blocks = from.next(sequence_, take_key_request());
         ++sequence_;
         publish(blocks);
+        const auto period = std::chrono::nanoseconds(std::chrono::seconds(1)) / fps;
         next = std::max(next + period, clock::now() - latest_catch_up);
     }
+}
+
+bool stream_hub::outdated()
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return outdated_;
+}
+
+stream_config stream_hub::take_wanted()
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    outdated_ = false;
+    return wanted_;
+}
+
+// From here on frames are made with this configuration. Who watches is told by the header if what
+// it says is different, and goes on at the next frame that one can begin at.
+void stream_hub::announce(const stream_config& config)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const bool described_anew = *system_header(config) != *system_header(playing_);
+    const bool encoded_anew = !same_encoding(config, playing_);
+    for (viewer& each : viewers_) {
+        each.header_due = each.header_due || described_anew;
+        each.waits_for_key = each.waits_for_key || encoded_anew;
+    }
+    playing_ = config;
 }
 
 bool stream_hub::wait_until(clock::time_point when)
 {
     std::unique_lock<std::mutex> lock(mutex_);
-    (void)changed_.wait_until(lock, when, [this] { return !watched(); });
+    (void)changed_.wait_until(lock, when, [this] { return !watched() || outdated_; });
     return watched();
 }
 
@@ -135,12 +186,12 @@ void stream_hub::publish(const std::vector<block>& blocks)
     const std::lock_guard<std::mutex> lock(mutex_);
     for (viewer& to : viewers_) {
         for (const block& what : blocks) {
-            hand_over(to, config_.stream, what);
+            hand_over(to, what);
         }
     }
 }
 
-void stream_hub::hand_over(viewer& to, unsigned stream, const block& what)
+void stream_hub::hand_over(viewer& to, const block& what) const
 {
     to.waits_for_key = to.waits_for_key && !what.entry;
     if (to.waits_for_key) {
@@ -149,11 +200,20 @@ void stream_hub::hand_over(viewer& to, unsigned stream, const block& what)
         }
         return;
     }
-    to.fell_behind = !to.who->send_stream_data(stream, what.message);
+    to.fell_behind = !introduce(to) || !to.who->send_stream_data(stream_, what.message);
     if (to.fell_behind) {
         to.waits_for_key = true;
         to.who->count_dropped();
     }
+}
+
+// Sends the header that is due. A viewer too slow for it gets it later, with the next key frame.
+bool stream_hub::introduce(viewer& to) const
+{
+    if (to.header_due) {
+        to.header_due = !to.who->send_stream_data(stream_, system_header(playing_));
+    }
+    return !to.header_due;
 }
 
 void stream_hub::report(const std::string& what)
@@ -162,7 +222,7 @@ void stream_hub::report(const std::string& what)
         return;
     }
     reported_ = what;
-    (void)std::fprintf(stderr, "zucam: stream %u: %s\n", config_.stream, what.c_str());
+    (void)std::fprintf(stderr, "zucam: stream %u: %s\n", stream_, what.c_str());
 }
 
 } // namespace zucam

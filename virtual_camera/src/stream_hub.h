@@ -33,6 +33,9 @@ public:
     void add(link& viewer);
     void remove(link& viewer);
     void request_key_frame();
+    // The stream goes on with these measures from its next frame on, which is a key frame unless
+    // the sound alone is different. Viewers are told by a new system header where that changes.
+    void change(const stream_config& config);
     void stop(); // ends and joins the thread; one caller at a time
 
 private:
@@ -41,21 +44,29 @@ private:
         link* who;
         bool waits_for_key;
         bool fell_behind; // it waits because it was too slow
+        bool header_due;  // in front of the next frame that it may begin at
     };
 
     void start_thread();
     void run();
     void play(producer& from);
+    stream_config take_wanted();
+    void announce(const stream_config& config);
+    bool outdated();
     bool wait_until(clock::time_point when);
     bool watched() const;
     bool take_key_request();
     void publish(const std::vector<block>& blocks);
     void report(const std::string& what);
-    static void hand_over(viewer& to, unsigned stream, const block& what);
+    void hand_over(viewer& to, const block& what) const;
+    bool introduce(viewer& to) const;
 
-    const stream_config config_;
+    const unsigned stream_;
     std::mutex mutex_;
     std::condition_variable changed_;
+    stream_config wanted_;
+    stream_config playing_; // what the frames of the moment are made with
+    bool outdated_ = false; // playing_ is not what is wanted
     std::vector<viewer> viewers_;
     bool key_requested_ = false;
     bool stopping_ = false;

@@ -15,7 +15,7 @@ namespace
 {
 
 constexpr double two_pi = 6.283185307179586;
-constexpr double loudness = 8000.0; // of 32767
+constexpr double loudness_per_volume = 160.0; // of 32767
 
 // The segment is the position of the highest set bit, counted from `first`.
 unsigned segment_of(unsigned magnitude, unsigned first)
@@ -56,14 +56,15 @@ std::uint8_t alaw_byte(std::int16_t sample)
     return static_cast<std::uint8_t>((sign | code) ^ 0x55U);
 }
 
-tone::tone(audio_kind kind, unsigned hertz) : kind_(kind), step_(two_pi * hertz / tone_rate)
+tone::tone(audio_kind kind, unsigned hertz, unsigned rate, unsigned volume)
+    : kind_(kind), step_(two_pi * hertz / rate), loudness_(loudness_per_volume * volume)
 {
 }
 
 void tone::append(wire::bytes& out, unsigned samples)
 {
     for (unsigned i = 0; i < samples; ++i) {
-        const auto sample = static_cast<std::int16_t>(std::lround(loudness * std::sin(phase_)));
+        const auto sample = static_cast<std::int16_t>(std::lround(loudness_ * std::sin(phase_)));
         out.push_back(kind_ == audio_kind::alaw ? alaw_byte(sample) : ulaw_byte(sample));
         phase_ = std::fmod(phase_ + step_, two_pi);
     }

@@ -1,4 +1,4 @@
-// The camera's sound: a sine tone, 8000 samples a second, one channel, as G.711
+// The camera's sound: a sine tone, one channel, as G.711
 // bytes. Each stream has a pitch of its own, so that an ear can tell streams
 // apart. The two conversions keep no state and may be called from any thread; a
 // tone is used by one thread, its stream's.
@@ -13,8 +13,6 @@
 namespace zucam
 {
 
-constexpr unsigned tone_rate = 8000;
-
 // One sample of 16-bit linear sound as a G.711 byte.
 std::uint8_t ulaw_byte(std::int16_t sample);
 std::uint8_t alaw_byte(std::int16_t sample);
@@ -22,14 +20,16 @@ std::uint8_t alaw_byte(std::int16_t sample);
 class tone
 {
 public:
-    tone(audio_kind kind, unsigned hertz);
+    // `rate` samples a second, volume 0 to 100.
+    tone(audio_kind kind, unsigned hertz, unsigned rate, unsigned volume);
 
     // Appends the next samples.
     void append(wire::bytes& out, unsigned samples);
 
 private:
-    const audio_kind kind_;
-    const double step_; // radians per sample
+    audio_kind kind_;
+    double step_;     // radians per sample
+    double loudness_; // of 32767
     double phase_ = 0;
 };
 

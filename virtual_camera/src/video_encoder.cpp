@@ -1,4 +1,4 @@
-// Sets libx264 up for a live camera and takes its output apart. With
+// Sets libx264 or libx265 up for a live camera and takes its output apart. With
 // zerolatency each picture gives its access unit at once, so there is no
 // queue to drain and no end to flush. Forced key frames are IDR frames, and
 // SPS and PPS stand in front of each one. One thread.
@@ -21,22 +21,65 @@ namespace
 
 constexpr int bits_per_kbit = 1000;
 
-[[noreturn]] void fail(const std::string& why)
+enum class part_kind { parameter_set, slice, other };
+
+part_kind kind_of(codec_kind codec, std::uint8_t header)
 {
-    throw std::runtime_error("the H.264 encoder (libx264) does not work: " + why);
+    const unsigned h265 = annexb::h265_type(header);
+    const unsigned h264 = header & 31U;
+    const bool is_h265 = codec == codec_kind::h265;
+    if (is_h265 ? h265 >= annexb::h265_vps && h265 <= annexb::h265_pps
+                : h264 == annexb::type_sps || h264 == annexb::type_pps) {
+        return part_kind::parameter_set;
+    }
+    if (is_h265 ? h265 <= annexb::h265_last_slice
+                : h264 >= annexb::type_slice && h264 <= annexb::type_idr) {
+        return part_kind::slice;
+    }
+    return part_kind::other;
 }
 
-access_unit take_apart(const std::uint8_t* data, std::size_t size)
+// With `ultrafast` the encoder would fall back to the baseline tools whatever profile is asked for,
+// so the tools that make the difference are switched on by name.
+struct h264_profile {
+    const char* name;
+    const char* tools;
+};
+constexpr h264_profile h264_profiles[] = {
+    {"baseline", "cabac=0:8x8dct=0"}, {"main", "cabac=1:8x8dct=0"}, {"high", "cabac=1:8x8dct=1"}};
+
+const char* library_of(codec_kind codec)
 {
+    return codec == codec_kind::h265 ? "libx265" : "libx264";
+}
+
+} // namespace
+
+bool can_encode(codec_kind codec)
+{
+    return avcodec_find_encoder_by_name(library_of(codec)) != nullptr;
+}
+
+void video_encoder::fail(const std::string& why) const
+{
+    throw std::runtime_error(std::string("the encoder ") + library_of(kind_) +
+                             " does not work: " + why);
+}
+
+access_unit video_encoder::take_apart() const
+{
+    const std::uint8_t* const data = coded_->data;
+    const auto size = static_cast<std::size_t>(coded_->size);
     access_unit unit;
     unit.annexb.assign(data, data + size);
     unit.first_slice = size;
     for (const annexb::nal& part : annexb::split(data, size)) {
-        if (part.type == annexb::type_sps || part.type == annexb::type_pps) {
+        const part_kind kind = kind_of(kind_, data[part.payload]);
+        if (kind == part_kind::parameter_set) {
             unit.parameter_sets.insert(unit.parameter_sets.end(), data + part.begin,
                                        data + part.end);
         }
-        if (part.type >= annexb::type_slice && part.type <= annexb::type_idr) {
+        if (kind == part_kind::slice) {
             unit.first_slice = part.begin;
             break;
         }
@@ -44,16 +87,15 @@ access_unit take_apart(const std::uint8_t* data, std::size_t size)
     return unit;
 }
 
-} // namespace
-
-video_encoder::video_encoder(const stream_config& config) : coded_(av_packet_alloc())
+video_encoder::video_encoder(const stream_config& config)
+    : kind_(config.codec), coded_(av_packet_alloc())
 {
     av_log_set_level(AV_LOG_QUIET);
-    const AVCodec* const x264 = avcodec_find_encoder_by_name("libx264");
-    if (x264 == nullptr) {
+    const AVCodec* const encoder = avcodec_find_encoder_by_name(library_of(kind_));
+    if (encoder == nullptr) {
         fail("this FFmpeg was built without it");
     }
-    codec_.reset(avcodec_alloc_context3(x264));
+    codec_.reset(avcodec_alloc_context3(encoder));
     if (!codec_ || !coded_) {
         fail("no memory");
     }
@@ -71,15 +113,36 @@ void video_encoder::open(const stream_config& config)
     codec_->max_b_frames = 0;
     codec_->thread_count = 1;
     codec_->bit_rate = static_cast<std::int64_t>(config.bitrate_kbit) * bits_per_kbit;
-    codec_->rc_max_rate = codec_->bit_rate;
+    codec_->rc_max_rate = config.constant_rate ? codec_->bit_rate : 2 * codec_->bit_rate;
     codec_->rc_buffer_size = static_cast<int>(codec_->bit_rate);
     (void)av_opt_set(codec_->priv_data, "preset", "ultrafast", 0);
     (void)av_opt_set(codec_->priv_data, "tune", "zerolatency", 0);
     (void)av_opt_set(codec_->priv_data, "forced-idr", "1", 0);
+    if (kind_ == codec_kind::h265) {
+        set_up_h265();
+    } else {
+        set_up_h264(config);
+    }
     const int result = avcodec_open2(codec_.get(), nullptr, nullptr);
     if (result < 0) {
         fail(av::reason(result));
     }
+}
+
+void video_encoder::set_up_h264(const stream_config& config)
+{
+    const h264_profile& profile = h264_profiles[config.profile];
+    (void)av_opt_set(codec_->priv_data, "profile", profile.name, 0);
+    (void)av_opt_set(codec_->priv_data, "x264-params", profile.tools, 0);
+}
+
+// No thread pool: the encoder works on the caller's thread and prints nothing.
+void video_encoder::set_up_h265()
+{
+    (void)av_opt_set(codec_->priv_data, "x265-params",
+                     "log-level=none:pools=none:frame-threads=1:scenecut=0:open-gop=0:"
+                     "repeat-headers=1:ctu=16:min-cu-size=8",
+                     0);
 }
 
 access_unit video_encoder::encode(AVFrame& picture, bool key)
@@ -93,7 +156,7 @@ access_unit video_encoder::encode(AVFrame& picture, bool key)
     if (result < 0) {
         fail(av::reason(result));
     }
-    access_unit unit = take_apart(coded_->data, static_cast<std::size_t>(coded_->size));
+    access_unit unit = take_apart();
     av_packet_unref(coded_.get());
     return unit;
 }

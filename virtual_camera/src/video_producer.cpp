@@ -1,13 +1,17 @@
 // The messages of a real stream: per frame time one access unit with its stamp ("KTVF"), in front
 // of key frames the parameter sets ("EXVC"), then the sound of the same time ("KTAF"). Lives on the
-// stream's thread; picture source, encoder and tone are its own. The stamp's time is taken when the
-// message is made, right before it is handed to the links.
+// stream's thread; picture source, window, encoder and tone are its own, and only those that a new
+// configuration concerns are made anew: a film goes on when its bit rate changes. The stamp's time
+// is taken when the message is made, right before it is handed to the links.
 #include "picture_source.h"
 #include "producer.h"
+#include "scene_window.h"
 #include "tone.h"
 #include "video_encoder.h"
 
 #include "virtual_camera/stamp.h"
+
+#include <memory>
 
 namespace zucam
 {
@@ -26,14 +30,33 @@ class video_producer : public producer
 {
 public:
     explicit video_producer(const stream_config& config)
-        : config_(config), pictures_(config.source, config.width, config.height, config.fps),
-          encoder_(config), tone_(config.audio, lowest_tone * (config.stream + 1))
+        : config_(config), pictures_(make_pictures(config)), window_(config.width, config.height),
+          encoder_(std::make_unique<video_encoder>(config)), tone_(make_tone(config))
     {
+    }
+
+    void adopt(const stream_config& config) override
+    {
+        if (!same_pictures(config, config_)) {
+            pictures_ = make_pictures(config);
+            window_ = scene_window(config.width, config.height);
+        }
+        if (!same_encoding(config, config_)) {
+            encoder_ = std::make_unique<video_encoder>(config);
+        }
+        if (!same_sound(config, config_)) {
+            tone_ = make_tone(config);
+        }
+        config_ = config;
+        frames_ = 0;
+        samples_ = 0;
     }
 
     std::vector<block> next(std::uint64_t sequence, bool key) override
     {
-        const access_unit unit = encoder_.encode(*pictures_.next(), key);
+        AVFrame* const seen =
+            window_.cut(*pictures_->next(), config_.head->look(camera_head::clock::now()));
+        const access_unit unit = encoder_->encode(*seen, key);
         std::vector<block> blocks;
         const bool starts = !unit.parameter_sets.empty();
         if (starts) {
@@ -47,6 +70,17 @@ public:
     }
 
 private:
+    static std::unique_ptr<picture_source> make_pictures(const stream_config& config)
+    {
+        return std::make_unique<picture_source>(config.source, scene_side(config.width),
+                                                scene_side(config.height), config.fps);
+    }
+
+    static tone make_tone(const stream_config& config)
+    {
+        return {config.audio, lowest_tone * (config.stream + 1), config.sample_rate, config.volume};
+    }
+
     static shared_message parameter_sets(const access_unit& unit)
     {
         wire::bytes body;
@@ -57,7 +91,8 @@ private:
 
     shared_message frame(const access_unit& unit, std::uint64_t sequence) const
     {
-        const wire::bytes mark = stamp_nal({sequence, clock_us(), config_.seed, config_.stream});
+        const wire::bytes mark =
+            stamp_nal({sequence, clock_us(), config_.seed, config_.stream}, config_.codec);
         const auto slices = unit.annexb.begin() + static_cast<std::ptrdiff_t>(unit.first_slice);
         wire::bytes body;
         body.reserve(4 + unit.annexb.size() + mark.size());
@@ -72,7 +107,7 @@ private:
     shared_message sound()
     {
         ++frames_;
-        const std::uint64_t wanted = frames_ * tone_rate / config_.fps;
+        const std::uint64_t wanted = frames_ * config_.sample_rate / config_.fps;
         wire::bytes body;
         wire::put_flag(body, "KTAF");
         tone_.append(body, static_cast<unsigned>(wanted - samples_));
@@ -80,11 +115,12 @@ private:
         return share(body);
     }
 
-    const stream_config config_;
-    picture_source pictures_;
-    video_encoder encoder_;
+    stream_config config_;
+    std::unique_ptr<picture_source> pictures_;
+    scene_window window_;
+    std::unique_ptr<video_encoder> encoder_;
     tone tone_;
-    std::uint64_t frames_ = 0;
+    std::uint64_t frames_ = 0; // since the configuration began, like the samples
     std::uint64_t samples_ = 0;
 };
 

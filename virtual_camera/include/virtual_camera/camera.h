@@ -22,6 +22,7 @@ namespace zucam
 {
 
 enum class audio_kind { none = 0, alaw = 1, ulaw = 2 }; // the values of the system header
+enum class codec_kind { h264 = 0, h265 = 1 };           // the values of a video setting
 
 struct camera_options {
     std::string listen = "127.0.0.1"; // IPv4 address
@@ -36,6 +37,11 @@ struct camera_options {
     unsigned bitrate_kbit = 2048;
     unsigned gop = 50; // frames from one key frame to the next
     audio_kind audio = audio_kind::ulaw;
+    codec_kind codec = codec_kind::h264; // to begin with; a video setting changes it
+
+    // A pan, tilt or zoom ends by itself when no further command has come for this long: a camera
+    // must not run away when its client dies.
+    std::chrono::milliseconds move_limit{10000};
 
     // Numbered frames instead of pictures and sound: bodies of this many bytes, `fps` a second
     // (1 to 10000), no encoder.
