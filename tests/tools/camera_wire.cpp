@@ -87,7 +87,7 @@ TEST(CameraWire, ASettingIsWrittenWithAOneWordAnswer)
 {
     const zucam::camera camera(numbered());
     camera_client client(camera.port());
-    client.send(config_message("61100000 440c0000 39300000", "47100000"));
+    client.send(config_message("61100000 440c0000 39300000", "51100000"));
     EXPECT_EQ(client.next().whole, from_hex("62100000 04000000 39300000 00000000"));
 }
 

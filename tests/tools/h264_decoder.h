@@ -1,4 +1,4 @@
-// Decodes access units with FFmpeg's H.264 decoder, which is told to take every
+// Decodes access units with FFmpeg's H.264 or H.265 decoder, which is told to take every
 // defect for an error. One access unit in, one picture out: the streams under
 // test have no B frames, and the decoder holds nothing back. A defect is an
 // exception, so that a test names the unit. One thread.
@@ -24,13 +24,14 @@ struct picture_size {
 class h264_decoder
 {
 public:
-    h264_decoder() : context_(avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_H264)))
+    explicit h264_decoder(AVCodecID codec = AV_CODEC_ID_H264)
+        : context_(avcodec_alloc_context3(avcodec_find_decoder(codec)))
     {
         context_->thread_count = 1;
         context_->err_recognition = AV_EF_EXPLODE | AV_EF_CRCCHECK | AV_EF_BITSTREAM;
         context_->flags |= AV_CODEC_FLAG_LOW_DELAY;
         if (avcodec_open2(context_, nullptr, nullptr) < 0) {
-            throw std::runtime_error("no H.264 decoder");
+            throw std::runtime_error("no decoder");
         }
     }
 
@@ -57,6 +58,9 @@ public:
         }
         const picture_size size = {picture->width, picture->height};
         const bool whole = result >= 0 && picture->decode_error_flags == 0;
+        if (whole) {
+            keep_luma(*picture);
+        }
         av_frame_free(&picture);
         av_packet_free(&unit);
         if (!whole) {
@@ -65,7 +69,23 @@ public:
         return size;
     }
 
+    // The brightness of the last picture, row by row without gaps.
+    const bytes& luma() const
+    {
+        return luma_;
+    }
+
 private:
+    void keep_luma(const AVFrame& picture)
+    {
+        luma_.clear();
+        for (int y = 0; y < picture.height; ++y) {
+            const std::uint8_t* const row = picture.data[0] + y * picture.linesize[0];
+            luma_.insert(luma_.end(), row, row + picture.width);
+        }
+    }
+
+    bytes luma_;
     AVCodecContext* context_;
 };
 
