@@ -27,7 +27,9 @@ static void help(void)
            "  --user NAME      user name [admin]\n"
            "  --password WORD  password [admin]\n"
            "  --seconds N      end after so many seconds [until SIGINT]\n"
-           "  --out FILE       keep the video in a file\n"
+           "  --out FILE       live_view: keep the video in a file\n"
+           "  --bitrate KBIT   settings: the bit rate to set [half of what is set]\n"
+           "  --stay           ptz: end where the camera looks then, not where it began\n"
            "  --verbose        show the library's own lines\n",
            program_name);
     exit(0);
@@ -66,6 +68,13 @@ static void take(int option, struct device_options* options)
     case 'o':
         options->out = optarg;
         break;
+    case 'b':
+        options->bitrate =
+            (ZU_U32)number(optarg, 1, 1000000, "--bitrate takes a number from 1 to 1000000");
+        break;
+    case 'y':
+        options->stay = 1;
+        break;
     case 'v':
         options->verbose = 1;
         break;
@@ -96,6 +105,8 @@ void read_device_options(int argc, char** argv, struct device_options* options)
                                           {"password", required_argument, NULL, 'w'},
                                           {"seconds", required_argument, NULL, 's'},
                                           {"out", required_argument, NULL, 'o'},
+                                          {"bitrate", required_argument, NULL, 'b'},
+                                          {"stay", no_argument, NULL, 'y'},
                                           {"verbose", no_argument, NULL, 'v'},
                                           {"help", no_argument, NULL, 'H'},
                                           {NULL, 0, NULL, 0}};

@@ -15,7 +15,9 @@ struct device_options {
     const char* password;
     const char* out; /* NULL: no file */
     ZU_U16 port;
-    long seconds; /* 0: until SIGINT */
+    long seconds;   /* 0: until SIGINT */
+    ZU_U32 bitrate; /* kbit/s, 0: not given */
+    int stay;
     int verbose;
 };
 

@@ -1,0 +1,66 @@
+/*
+ * events: logs in to a device and prints a line for every event of the link, until SIGINT or for so
+ * many seconds. To see one, take the device's cable out and put it back.
+ *
+ * The library calls on_event on a thread per event; one printf per line keeps lines whole. Ends
+ * with 0; 2: wrong options; 3: no login; 4: the callback could not be set.
+ */
+#include <signal.h>
+#include <stdio.h>
+#include <time.h>
+
+#include "device_login.h"
+#include "zu_net_dev_api.h"
+
+static const char* name_of(ZU_U32 event)
+{
+    switch (event) {
+    case ZU_NET_DEV_CONNECTED:
+        return "connected again";
+    case ZU_NET_DEV_DISCONNECTED:
+        return "disconnected";
+    case ZU_NET_DEV_HEARTBEAT:
+        return "heartbeat answered";
+    default:
+        return "unknown";
+    }
+}
+
+static ZU_S32 on_event(ZU_U32 handle, ZU_U32 event, ZU_VOID* user)
+{
+    (void)user;
+    printf("event of 0x%x: %s\n", handle, name_of(event));
+    return 0;
+}
+
+/* The signals are blocked before the library starts threads, so they wait for sigtimedwait. */
+static void block_signals(sigset_t* awaited)
+{
+    (void)sigemptyset(awaited);
+    (void)sigaddset(awaited, SIGINT);
+    (void)sigaddset(awaited, SIGTERM);
+    (void)pthread_sigmask(SIG_BLOCK, awaited, NULL);
+}
+
+static void wait_for_end(const sigset_t* awaited, long seconds)
+{
+    const struct timespec limit = {seconds, 0};
+    if (seconds == 0) {
+        (void)sigwaitinfo(awaited, NULL);
+    } else {
+        (void)sigtimedwait(awaited, NULL, &limit);
+    }
+}
+
+int main(int argc, char** argv)
+{
+    struct device_options options;
+    sigset_t awaited;
+    read_device_options(argc, argv, &options);
+    block_signals(&awaited);
+    const ZU_U32 handle = log_in(&options);
+    step(handle, ZU_NET_DEV_SetEventCallBack(handle, on_event, NULL), "set the event callback");
+    wait_for_end(&awaited, options.seconds);
+    log_out(handle);
+    return EXIT_DONE;
+}
