@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Live view, end to end: runs live_view against the virtual camera, which drops the link half-way, or
-# against a device given by --host, and proves that what arrived is video.
+# against a device given by --host, and proves that what arrived is video. The virtual camera is then
+# told another bit rate and panned, and both are measured in what it sends.
 #
 # usage: demo.sh [SECONDS] [--host H --port P --user U --password W]
 # Called by `./run demo`, which has built everything; BUILD_DIR is where (build/dev unless set).
-# Leaves demo/live.h264, demo/live.mp4 and demo/picture.png. Ends with 0 only when all of it is good.
+# Leaves demo/live.h264, demo/live.mp4 and demo/picture.png, and with the virtual camera
+# demo/before.png and demo/after.png. Ends with 0 only when all of it is good.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -140,14 +142,81 @@ check_files() {
     printf 'decoded without an error: %s (codec, width, height, frames)\n' "$decoded"
 }
 
+# ---- the virtual camera obeys ----
+
+measured_seconds=4
+lower_bitrate=512 # kbit/s; the camera starts with four times as much
+
+# watch NAME: keeps some seconds in demo/NAME.h264 and says their rate in kbit/s.
+watch() {
+    local summary
+    summary=$("$build_dir/examples/live_view" --host "$host" --port "$port" \
+        --seconds "$measured_seconds" --out "demo/$1.h264" 2>/dev/null) || fail "no view $1"
+    awk -v bytes="$(stat -c %s "demo/$1.h264")" -v rate="$(frame_rate)" \
+        '/^summary:/ { printf "%d", bytes * 8 / 1000 / ($2 / rate) }' <<<"$summary"
+}
+
+# obey EXAMPLE OPTION...: runs an example and keeps its lines in `said`.
+obey() {
+    local example=$1
+    shift
+    said=$("$build_dir/examples/$example" --host "$host" --port "$port" "$@") ||
+        fail "$example failed"
+    printf '%s\n' "$example: ${said//$'\n'/$'\n'$example: }"
+}
+
+# still NAME: a picture from the second second of demo/NAME.h264.
+still() {
+    quiet "making demo/$1.png" ffmpeg -v error -y -f h264 -framerate "$(frame_rate)" \
+        -i "demo/$1.h264" -vf 'select=gte(n\,40)' -frames:v 1 "demo/$1.png"
+}
+
+# likeness SHIFT: how alike (PSNR in dB, 99 for equal) the later picture is to the earlier one moved
+# to the left by SHIFT pixels, in the part that the real shift leaves in both.
+likeness() {
+    ffmpeg -v info -i demo/after.png -i demo/before.png -lavfi \
+        "[0]crop=iw-$shift:ih:0:0[a];[1]crop=iw-$shift:ih:$1:0[b];[a][b]psnr" -f null - 2>&1 \
+        </dev/null | sed -nE 's/.* average:([0-9.]+|inf) .*/\1/p' | sed 's/inf/99/'
+}
+
+# The scene is one and a half times as wide as the picture, so panning from the middle to the end
+# (1000) moves the picture by a quarter of its width.
+check_pan() {
+    local width pan moved unmoved
+    width=$(ffprobe -v error -show_entries stream=width -of csv=p=0 demo/before.png)
+    pan=$(sed -nE 's/^preset 2: pan (-?[0-9]+),.*/\1/p' <<<"$said")
+    is_number "$pan" 100 1000 || fail "the camera has not panned (${pan:-no preset 2})"
+    shift=$((width * pan / 4000 / 2 * 2))
+    moved=$(likeness "$shift")
+    unmoved=$(likeness 0)
+    printf 'panned by %d pixels: likeness %s dB moved back, %s dB as it is\n' \
+        "$shift" "$moved" "$unmoved"
+    awk -v moved="$moved" -v unmoved="$unmoved" 'BEGIN { exit !(moved > unmoved + 3) }' ||
+        fail 'the pictures before and after do not differ by the pan'
+}
+
+show_obedience() {
+    local before after said shift
+    before=$(watch before)
+    still before
+    obey settings --bitrate "$lower_bitrate"
+    obey ptz --stay
+    after=$(watch after)
+    still after
+    printf 'measured %d kbit/s before, %d kbit/s after the bit rate was set to %d\n' \
+        "$before" "$after" "$lower_bitrate"
+    [ "$after" -lt $((before * 2 / 3)) ] || fail 'the bit rate has not become lower'
+    check_pan
+    rm -f demo/before.h264 demo/after.h264
+}
+
 read_arguments "$@"
 mkdir -p demo
-rm -f demo/live.h264 demo/live.mp4 demo/picture.png
+rm -f demo/live.h264 demo/live.mp4 demo/picture.png demo/before.* demo/after.*
 real_device=$host
 [ -n "$real_device" ] || start_camera
 view
 if [ -z "$real_device" ]; then
-    end_camera
     if with_drop; then
         check_both_sides_of_the_drop
     else
@@ -157,3 +226,8 @@ fi
 make_files
 check_files
 printf 'see %s, %s and %s\n' "$PWD/demo/live.h264" "$PWD/demo/live.mp4" "$PWD/demo/picture.png"
+if [ -z "$real_device" ]; then
+    show_obedience
+    end_camera
+    printf 'see %s and %s\n' "$PWD/demo/before.png" "$PWD/demo/after.png"
+fi

@@ -6,7 +6,7 @@
 
 # The packages of Debian 12 by what they are for; README.md says what each is good for.
 packages_build=(g++ cmake ninja-build pkg-config)
-packages_camera=(libavcodec-dev libavfilter-dev libavutil-dev libcli11-dev)
+packages_camera=(libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libcli11-dev)
 packages_demo=(ffmpeg)
 packages_test=(libgtest-dev libgmock-dev)
 packages_check=(clang-format clang-tidy cppcheck shellcheck valgrind binutils)
