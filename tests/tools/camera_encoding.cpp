@@ -120,9 +120,11 @@ TEST(CameraEncoding, AFrameRateIsAnnouncedAndTheSoundKeepsStep)
     EXPECT_EQ(client.next_with_flag("KTAF").whole.size(), 12 + 4 + 400U);
 }
 
-TEST(CameraEncoding, AOneFrameASecondStreamObeysWithoutWaitingForItsNextFrame)
+TEST(CameraEncoding, AStreamOfOneFrameASecondTakesAHigherRate)
 {
     zucam::camera_options options = quick();
+    options.width = 160;
+    options.height = 90;
     options.fps = 1;
     const zucam::camera camera(options);
     camera_client client(camera.port());
@@ -130,9 +132,8 @@ TEST(CameraEncoding, AOneFrameASecondStreamObeysWithoutWaitingForItsNextFrame)
     ASSERT_TRUE(client.next_with_flag("KTVF"));
     ASSERT_EQ(change(client, video_setting, {{rate, 100}}), 0U);
     const std::uint64_t asked = zucam::clock_us();
-    ASSERT_TRUE(client.next_with_flag("FSYS"));
-    (void)size_of_frames(client, 10);
-    EXPECT_LT(zucam::clock_us() - asked, 9000000U) << "ten frames at the old rate take ten seconds";
+    (void)size_of_frames(client, 60);
+    EXPECT_LT(zucam::clock_us() - asked, 45000000U) << "at the old rate it takes a minute";
 }
 
 TEST(CameraEncoding, AKeyFrameIntervalTakesEffect)

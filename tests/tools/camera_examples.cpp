@@ -90,12 +90,12 @@ TEST(CameraExamples, EventsShowsALossAndTheWayBack)
     EXPECT_THAT(run.next_line(), HasSubstr("logged in to 127.0.0.1:"));
     EXPECT_EQ(run.next_line(), "set the event callback: done");
     camera.drop_links();
-    std::string line = run.next_line();
-    while (line == "event of 0x43210000: heartbeat answered") {
-        line = run.next_line();
-    }
-    EXPECT_EQ(line, "event of 0x43210000: disconnected");
-    EXPECT_EQ(run.next_line(), "event of 0x43210000: connected again");
+    std::vector<std::string> lines; // two events close together may be told as the later one
+    do {
+        lines.push_back(run.next_line());
+    } while (!lines.back().empty() && lines.back() != "event of 0x43210000: connected again");
+    EXPECT_THAT(lines, testing::Contains("event of 0x43210000: disconnected"));
+    EXPECT_EQ(lines.back(), "event of 0x43210000: connected again");
     run.send_signal(SIGINT);
     EXPECT_EQ(run.exit_status(), 0) << run.errors();
 }

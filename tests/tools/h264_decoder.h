@@ -80,7 +80,8 @@ private:
     {
         luma_.clear();
         for (int y = 0; y < picture.height; ++y) {
-            const std::uint8_t* const row = picture.data[0] + y * picture.linesize[0];
+            const std::uint8_t* const row =
+                picture.data[0] + std::ptrdiff_t{y} * picture.linesize[0];
             luma_.insert(luma_.end(), row, row + picture.width);
         }
     }
