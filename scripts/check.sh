@@ -80,6 +80,7 @@ readme_program() {
 
 tests_under_asan() {
     ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1 \
+        LSAN_OPTIONS=suppressions=$PWD/scripts/lsan.supp:print_suppressions=0 \
         UBSAN_OPTIONS=print_stacktrace=1 \
         run_tests asan
 }
