@@ -339,6 +339,7 @@ void camera_core::answer(link& from, const wire::request& what)
     }
     if (auto reply = control_.answer(what)) {
         from.send_answer(std::move(*reply));
+        control_.put_in_force();
     }
 }
 

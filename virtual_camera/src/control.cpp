@@ -75,11 +75,16 @@ wire::bytes control::read_setting(const wire::request& to) const
 std::int32_t control::write_setting(const wire::request& from)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const std::int32_t code = store_.write(from.word(0), record_in(from));
-    for (unsigned stream = 0; code == code_done && stream < stream_count; ++stream) {
+    return store_.write(from.word(0), record_in(from));
+}
+
+// A stream that plays what is wanted of it already takes no notice.
+void control::put_in_force()
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (unsigned stream = 0; stream < stream_count; ++stream) {
         change_(store_.config_of(stream));
     }
-    return code;
 }
 
 std::int32_t control::move(std::uint32_t action, std::uint32_t speed)

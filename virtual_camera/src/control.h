@@ -30,6 +30,10 @@ public:
     // The whole answer, or nothing when the request is none of these.
     std::optional<wire::bytes> answer(const wire::request& to);
 
+    // Puts what is in the store in force on the streams. Called once the answer has been sent, so
+    // that no header or frame of the new kind comes before the answer to the request for it.
+    void put_in_force();
+
 private:
     wire::bytes read_setting(const wire::request& to) const;
     std::int32_t write_setting(const wire::request& from);
