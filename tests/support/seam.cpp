@@ -121,6 +121,25 @@ int before_call::count() const
     return own->calls;
 }
 
+static std::atomic<size_t> largest_room{0};
+
+largest_recv::largest_recv()
+{
+    largest_room = 0;
+}
+
+size_t largest_recv::room() const
+{
+    return largest_room;
+}
+
+static void note_room(size_t room)
+{
+    size_t known = largest_room;
+    while (room > known && !largest_room.compare_exchange_weak(known, room)) {
+    }
+}
+
 select_request last_select()
 {
     const std::lock_guard<std::mutex> lock(guard);
@@ -206,7 +225,14 @@ SEAM(int, socket, (int domain, int type, int protocol), -1, (domain, type, proto
 SEAM(int, bind, (int fd, const sockaddr* to, socklen_t length), fd, (fd, to, length))
 SEAM(int, connect, (int fd, const sockaddr* to, socklen_t length), fd, (fd, to, length))
 SEAM(int, getsockname, (int fd, sockaddr* to, socklen_t* length), fd, (fd, to, length))
-SEAM(ssize_t, recv, (int fd, void* into, size_t room, int flags), fd, (fd, into, room, flags))
+ssize_t seam_recv(int fd, void* into, size_t room, int flags)
+{
+    support::note_room(room);
+    long result = 0;
+    int error = 0;
+    return struck("recv", fd, &result, &error) ? static_cast<ssize_t>(result)
+                                               : recv(fd, into, room, flags);
+}
 SEAM(ssize_t, recvfrom,
      (int fd, void* into, size_t room, int flags, sockaddr* from, socklen_t* length), fd,
      (fd, into, room, flags, from, length))

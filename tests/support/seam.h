@@ -77,6 +77,14 @@ private:
     const std::shared_ptr<watch> own;
 };
 
+// The most that a call of recv by the library has asked for since this was made. One at a time.
+class largest_recv
+{
+public:
+    largest_recv();
+    size_t room() const;
+};
+
 // What the library's latest call of select asked for, whichever thread made it.
 struct select_request {
     int descriptor_count;
