@@ -24,25 +24,32 @@ code_of() {
     sed -E 's://.*$::; s:/\*.*\*/::g; s:^[[:space:]]*/?\*.*$::' "$1"
 }
 
-# forbid WHY PATTERN FILE...: no code line of the files may match the Perl pattern.
+# report WHY FILE HITS: one breach for each line of `grep -n`.
+report() {
+    local why=$1 file=$2 hit
+    while IFS= read -r hit; do
+        [ -z "$hit" ] || breach "$file:${hit%%:*}: $why"
+    done <<<"$3"
+}
+
+# forbid WHY PATTERN FILE...: no code line of the files may match the Perl pattern. A grep that fails
+# (status 2) ends the script; status 1 says that nothing matches.
 forbid() {
-    local why=$1 pattern=$2 file hit
+    local why=$1 pattern=$2 file hits
     shift 2
     for file in "$@"; do
-        while IFS= read -r hit; do
-            breach "$file:${hit%%:*}: $why"
-        done < <(code_of "$file" | grep -nP "$pattern" || true)
+        hits=$(code_of "$file" | grep -nP "$pattern") || [ $? -eq 1 ]
+        report "$why" "$file" "$hits"
     done
 }
 
 # forbid_text WHY PATTERN FILE...: no line at all may match.
 forbid_text() {
-    local why=$1 pattern=$2 file hit
+    local why=$1 pattern=$2 file hits
     shift 2
     for file in "$@"; do
-        while IFS= read -r hit; do
-            breach "$file:${hit%%:*}: $why"
-        done < <(grep -nE "$pattern" "$file" || true)
+        hits=$(grep -nE "$pattern" "$file") || [ $? -eq 1 ]
+        report "$why" "$file" "$hits"
     done
 }
 
@@ -129,11 +136,11 @@ forbid 'the library includes C headers and <atomic> alone' \
 
 for file in "${tests[@]}"; do
     [ "$file" != tests/support/eventually.h ] || continue
-    while IFS= read -r hit; do
-        breach "$file:${hit%%:*}: a test polls for a condition instead of sleeping"
-    done < <(grep -nE '\b(u?sleep|(clock_)?nanosleep|sleep_(for|until))[[:space:]]*\(' "$file" |
-        grep -vE '// sleep: .{8}|^[0-9]+:[[:space:]]*(//|\*)' || true)
+    hits=$(grep -nE '\b(u?sleep|(clock_)?nanosleep|sleep_(for|until))[[:space:]]*\(' "$file" |
+        grep -vE '// sleep: .{8}|^[0-9]+:[[:space:]]*(//|\*)') || [ $? -eq 1 ]
+    report 'a test polls for a condition instead of sleeping' "$file" "$hits"
 done
+forbid 'a test runs or is deleted; it is never skipped' '\bGTEST_SKIP\b|\bDISABLED_' "${tests[@]}"
 
 forbid_text 'an open end' '\b(TODO|FIXME|XXX)\b' "${texts[@]}"
 forbid_text "a path of somebody's machine" '(^|[^A-Za-z0-9_.}*-])/(home|root|work|Users|opt|mnt)/' \

@@ -40,8 +40,8 @@ valgrind --error-exitcode=9 --leak-check=full --show-leak-kinds=all --track-fds=
 cat "$work/valgrind"
 
 # What this shell has handed down is not the program's.
-opened=$(grep -cE '^==[0-9]+== Open ' "$work/valgrind" || true)
-inherited=$(grep -cF '<inherited from parent>' "$work/valgrind" || true)
+opened=$(grep -cE '^==[0-9]+== Open ' "$work/valgrind") || [ $? -eq 1 ]
+inherited=$(grep -cF '<inherited from parent>' "$work/valgrind") || [ $? -eq 1 ]
 if ! grep -qE 'FILE DESCRIPTORS: [0-9]+ open' "$work/valgrind" ||
     [ "$opened" -ne "$inherited" ]; then
     echo 'a descriptor was left open, see above'
