@@ -21,36 +21,17 @@ std::string connect_failure(const serving_device& device)
 }
 
 // A login that is in the pause before its reconnection, so that faults can be laid out for it.
-class Reconnecting : public testing::Test
+class Reconnecting : public watched_login
 {
 protected:
     Reconnecting()
-        : lib(std::make_unique<library>(0)), device(std::make_unique<serving_device>()),
-          log(std::make_unique<log_tap>(2)), login(std::make_unique<live_login>(device->port()))
     {
-        EXPECT_EQ(login->result(), 0);
-        EXPECT_TRUE(login->watch());
         EXPECT_TRUE(lose_link(*device, *log));
-    }
-    void TearDown() override
-    {
-        login.reset();
-        EXPECT_THAT(sdk_users, testing::Each(nullptr));
-        log.reset();
-        device.reset();
-        lib.reset();
-        EXPECT_EQ(before.left_over(), "");
     }
     bool comes_up() const
     {
         return login->seen.wait_for_event(ZU_NET_DEV_CONNECTED) && login->wait_until_up();
     }
-
-    const inventory before;
-    std::unique_ptr<library> lib;
-    std::unique_ptr<serving_device> device;
-    std::unique_ptr<log_tap> log;
-    std::unique_ptr<live_login> login;
 };
 
 // A fault for the device manager's thread.
@@ -151,7 +132,7 @@ TEST_P(LoopbackSocket, ThatCannotBeBuiltEndsTheConnectionAndTheNextComesAtOnce)
     {
         const library lib(0);
         serving_device device;
-        for (const int level : {-1, 0, 1, 2}) {
+        for (const int level : log_levels) {
             const log_tap log(level);
             const build_failure& failure = GetParam();
             const bool by_socket = std::string(failure.call) == "socket";
@@ -163,11 +144,10 @@ TEST_P(LoopbackSocket, ThatCannotBeBuiltEndsTheConnectionAndTheNextComesAtOnce)
             EXPECT_EQ(f.hits(), 1);
             EXPECT_TRUE(eventually(
                 [&] { return device.connections_made() == made + 2 && device.links_open() == 1; }));
-            story building = failure.lines;
-            building.insert(building.end(),
-                            {trace("enter build_int_sock\n"), trace("leave build_int_sock\n"),
-                             trace("int_sock:* int_port:*\n")});
-            EXPECT_EQ(difference(log, "build_int_sock", level, building), "");
+            EXPECT_TRUE(told_by(log, "build_int_sock", level,
+                                failure.lines + story{trace("enter build_int_sock\n"),
+                                                      trace("leave build_int_sock\n"),
+                                                      trace("int_sock:* int_port:*\n")}));
             EXPECT_EQ(log.count(build_failed), level >= 1 ? 1 : 0);
             EXPECT_EQ(log.has(0, manager_name, build_failed), level >= 1);
             EXPECT_FALSE(log.has(pause_line));

@@ -16,25 +16,12 @@ constexpr char failed_line[] =
     "Failed to start worker threads in time or connection lost. Triggering reconnect...\n";
 constexpr char gone_line[] = "client is disconnected !\n";
 
-class Workers : public testing::Test
+class Workers : public watched_login
 {
 protected:
     Workers()
-        : lib(std::make_unique<library>(0)), device(std::make_unique<serving_device>()),
-          log(std::make_unique<log_tap>(2)), login(std::make_unique<live_login>(device->port()))
     {
-        EXPECT_EQ(login->result(), 0);
-        EXPECT_TRUE(login->watch());
         EXPECT_TRUE(has_link(*device));
-    }
-    void TearDown() override
-    {
-        login.reset();
-        EXPECT_THAT(sdk_users, testing::Each(nullptr));
-        log.reset();
-        device.reset();
-        lib.reset();
-        EXPECT_EQ(before.left_over(), "");
     }
     int count_of(const std::string& beginning) const
     {
@@ -52,19 +39,13 @@ protected:
         user->devmanager_run = 0; // Logout shall not join it again
         return result;
     }
-
-    const inventory before;
-    std::unique_ptr<library> lib;
-    std::unique_ptr<serving_device> device;
-    std::unique_ptr<log_tap> log;
-    std::unique_ptr<live_login> login;
 };
 
 } // namespace
 
 TEST_F(Workers, ThatDoNotReportWithinFiveSecondsCostTheConnectionAndTheNextComesWithoutAnEvent)
 {
-    log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
+    late_sender_hold late_sender;
     drop(*device);
     ASSERT_TRUE(late_sender.reached());
     const auto start = std::chrono::steady_clock::now();
@@ -87,7 +68,7 @@ TEST_F(Workers, ThatDoNotReportWithinFiveSecondsCostTheConnectionAndTheNextComes
 
 TEST_F(Workers, AreLookedAtTenTimesWithHalfASecondInBetween)
 {
-    log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
+    late_sender_hold late_sender;
     fault no_waiting("usleep", 0);
     no_waiting.on_descriptor(500000).returning(0);
     drop(*device);
@@ -99,7 +80,7 @@ TEST_F(Workers, AreLookedAtTenTimesWithHalfASecondInBetween)
 
 TEST_F(Workers, WhoseLinkIsLostBeforeTheyReportCostTheConnectionAtOnce)
 {
-    log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
+    late_sender_hold late_sender;
     ASSERT_TRUE(lose_link(*device, *log));
     device->behave(closes_at_once());
     log->forget();
@@ -110,7 +91,7 @@ TEST_F(Workers, WhoseLinkIsLostBeforeTheyReportCostTheConnectionAtOnce)
                          error(lost_line),
                          error(failed_line),
                          trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n")};
-    EXPECT_EQ(difference(*log, manager_name, 2, whole), "");
+    EXPECT_TRUE(told_by(*log, manager_name, 2, whole));
     EXPECT_TRUE(log->has(7, "check_tcp_socket_status", gone_line));
     EXPECT_THAT(link_events(login->seen), testing::ElementsAre(3)); // of the link that was up
     device->behave({});
@@ -178,10 +159,9 @@ TEST_F(Workers, OfWhichTheReceiverCannotBeCreatedEndTheDeviceManagerWithMinusOne
     f.on_thread(manager_name);
     const held_user user(login->handle());
     EXPECT_EQ(join_manager(user.get()), reinterpret_cast<void*>(-1));
-    EXPECT_EQ(difference(*log, manager_name, 2,
-                         {trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
-                          error("pthread_create msgrecver fail!\n")}),
-              "");
+    EXPECT_TRUE(told_by(*log, manager_name, 2,
+                        {trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
+                         error("pthread_create msgrecver fail!\n")}));
     EXPECT_TRUE(has_link(*device)); // both sockets are left open
     EXPECT_GT(user->ext_sock, 0);
     EXPECT_GT(user->int_sock, 0);
@@ -196,11 +176,10 @@ TEST_F(Workers, OfWhichTheSenderCannotBeCreatedLeaveTheReceiverRunning)
     f.on_thread(manager_name);
     const held_user user(login->handle());
     EXPECT_EQ(join_manager(user.get()), reinterpret_cast<void*>(-1));
-    EXPECT_EQ(difference(*log, manager_name, 2,
-                         {trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
-                          trace("pthread_create msgrecver:0x* ok\n"),
-                          error("pthread_create msgsender fail!\n")}),
-              "");
+    EXPECT_TRUE(told_by(*log, manager_name, 2,
+                        {trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
+                         trace("pthread_create msgrecver:0x* ok\n"),
+                         error("pthread_create msgsender fail!\n")}));
     EXPECT_TRUE(eventually([] { return threads_named("sdk_msgrecver_main") == 1; }));
     EXPECT_EQ(threads_named("sdk_msgsender_main"), 0);
     EXPECT_EQ(login->log_out(), 0);
@@ -232,28 +211,26 @@ TEST(DeviceManager, ThatIsToldToEndBeforeItBeginsDoesNotConnect)
     void* result = &thread;
     pthread_join(thread, &result);
     EXPECT_EQ(result, nullptr);
-    EXPECT_EQ(difference(log, manager_name, 2,
-                         {trace("enter sdk_devmanager_main pid: 0x*, num: 0\n"),
-                          trace("&&&&&&&&&&&& exit from devmanager\n")}),
-              "");
+    EXPECT_TRUE(told_by(log, manager_name, 2,
+                        {trace("enter sdk_devmanager_main pid: 0x*, num: 0\n"),
+                         trace("&&&&&&&&&&&& exit from devmanager\n")}));
     free_sdkuser(static_cast<ZU_U32>(slot));
 }
 
 // ---- the gates of the lines of a failed start ----
 
-class FailedStart : public testing::TestWithParam<int>
+class FailedStart : public at_level
 {
 };
 
 TEST_P(FailedStart, IsToldAtTheErrorLevelsAndALostLinkAtEveryLevel)
 {
-    const int level = GetParam();
     const library lib(0);
     serving_device device;
     const live_login login(device.port());
     ASSERT_EQ(login.result(), 0);
     log_tap log(2);
-    log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
+    late_sender_hold late_sender;
     drop(device);
     ASSERT_TRUE(late_sender.reached());
     ASSERT_TRUE(log.wait_for_beginning("pthread_create msgsender:"));
@@ -265,13 +242,13 @@ TEST_P(FailedStart, IsToldAtTheErrorLevelsAndALostLinkAtEveryLevel)
     // The next connection is made at once and then waits for the former sender.
     ASSERT_TRUE(eventually([&] { return device.connections_made() == 3; }));
     ASSERT_TRUE(level < 2 || log.wait_for_beginning("tcp_connect to "));
-    EXPECT_EQ(difference(log, manager_name, level,
-                         {error(lost_line), error(failed_line),
-                          trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n")}),
-              "");
-    EXPECT_EQ(difference(log, "check_tcp_socket_status", level, {{-1, 7, gone_line}}), "");
+    EXPECT_TRUE(told_by(log, manager_name, level,
+                        {error(lost_line), error(failed_line),
+                         trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n")}));
+    EXPECT_TRUE(
+        told_by(log, "check_tcp_socket_status", level, {{log_at_every_level, 7, gone_line}}));
     late_sender.let_go();
     EXPECT_TRUE(login.wait_until_up());
 }
 
-INSTANTIATE_TEST_SUITE_P(Told, FailedStart, testing::Values(-1, 0, 1, 2), name_of_level);
+INSTANTIATE_TEST_SUITE_P(Told, FailedStart, all_levels(), level_name);

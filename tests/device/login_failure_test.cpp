@@ -10,10 +10,10 @@ using namespace support;
 namespace
 {
 
-constexpr int levels[] = {-1, 0, 1, 2};
-constexpr char overtime_line[] = "[../source/src/zu_net_dev_api.cpp *]conncet overtime\n";
+const story overtime = {trace("pthread_create devmanager:0x* ok\n"),
+                        error("[../source/src/zu_net_dev_api.cpp *]conncet overtime\n")};
 
-class LoginFailure : public testing::TestWithParam<int>
+class LoginFailure : public at_level
 {
 protected:
     LoginFailure() : lib(std::make_unique<library>(0))
@@ -36,9 +36,17 @@ protected:
                 trace("username:admin password:secret host:127.0.0.1 port:" +
                       std::to_string(device->port()) + "\n")};
     }
+    // Before there is a record, the handle is left as it was.
+    void expect_failure_without_a_record(const std::string& line)
+    {
+        const log_tap log(level);
+        EXPECT_EQ(log_in(&handle, device->port()), -1);
+        EXPECT_TRUE(told_by(log, login_name, level,
+                            {trace("enter ZU_NET_DEV_Login\n"), {log_at_every_level, 0, line}}));
+        EXPECT_EQ(handle, 77U);
+    }
 
     const inventory before;
-    const int level = GetParam();
     std::unique_ptr<library> lib;
     std::unique_ptr<serving_device> device;
     ZU_U32 handle = 77;
@@ -49,28 +57,15 @@ protected:
 TEST_P(LoginFailure, WithoutAReceiverPipeIsToldAtEveryLevel)
 {
     const fault f("pipe", EMFILE, 1, 1);
-    const log_tap log(level);
-    EXPECT_EQ(log_in(&handle, device->port()), -1);
-    EXPECT_EQ(
-        difference(log, login_name, level,
-                   {trace("enter ZU_NET_DEV_Login\n"),
-                    {-1, 0, "Failed to create receiver pipe in Login: Too many open files\n"}}),
-        "");
-    EXPECT_EQ(handle, 77U);
+    expect_failure_without_a_record(
+        "Failed to create receiver pipe in Login: Too many open files\n");
 }
 
 TEST_P(LoginFailure, WithoutASenderPipeIsToldAtEveryLevelAndGivesTheOtherBack)
 {
     const fault f("pipe", ENFILE, 2, 1);
-    const log_tap log(level);
-    EXPECT_EQ(log_in(&handle, device->port()), -1);
-    EXPECT_EQ(difference(log, login_name, level,
-                         {trace("enter ZU_NET_DEV_Login\n"),
-                          {-1, 0,
-                           "Failed to create sender pipe in Login: Too many open files in "
-                           "system\n"}}),
-              "");
-    EXPECT_EQ(handle, 77U);
+    expect_failure_without_a_record(
+        "Failed to create sender pipe in Login: Too many open files in system\n");
 }
 
 TEST_P(LoginFailure, WithoutMemoryEndsAfterTheLineOfTheTable)
@@ -78,9 +73,9 @@ TEST_P(LoginFailure, WithoutMemoryEndsAfterTheLineOfTheTable)
     const fault f("mmap", ENOMEM, 1, 1);
     const log_tap log(level);
     EXPECT_EQ(log_in(&handle, device->port()), -1);
-    EXPECT_EQ(difference(log.lines(), level,
-                         {trace("enter ZU_NET_DEV_Login\n"), error("alloc sdk user fail!\n")}),
-              "");
+    EXPECT_TRUE(all_told(log, login_name, level,
+                         {trace("enter ZU_NET_DEV_Login\n"),
+                          {log_at_error_levels, 0, "alloc sdk user fail!\n", "alloc_sdkuser"}}));
     EXPECT_EQ(handle, 77U);
 }
 
@@ -89,9 +84,8 @@ TEST_P(LoginFailure, WithoutADeviceManagerThreadHasWrittenTheHandle)
     const fault f("pthread_create", EAGAIN, 1, 1);
     const log_tap log(level);
     EXPECT_EQ(log_in(&handle, device->port()), -1);
-    story whole = up_to_the_wait();
-    whole.push_back(error("pthread_create devmanager fail!\n"));
-    EXPECT_EQ(difference(log, login_name, level, whole), "");
+    EXPECT_TRUE(told_by(log, login_name, level,
+                        up_to_the_wait() + story{error("pthread_create devmanager fail!\n")}));
     EXPECT_EQ(handle, 0x43210000U);
     EXPECT_EQ(device->connections_made(), 0);
 }
@@ -106,15 +100,11 @@ TEST_P(LoginFailure, ByARefusedFirstConnectionComesWithoutWaitingAndWithoutASeco
     EXPECT_EQ(log_in(&handle, port), -1);
     EXPECT_EQ(attempts.count(), 1);
     EXPECT_LT(pauses.count(), 101); // the wait of three seconds has 101 passes
-    story whole = up_to_the_wait();
-    whole.push_back(trace("pthread_create devmanager:0x* ok\n"));
-    whole.push_back(error(overtime_line));
-    EXPECT_EQ(difference(log, login_name, level, whole), "");
-    EXPECT_EQ(difference(log, manager_name, level,
-                         {trace("enter sdk_devmanager_main pid: 0x*, num: *\n"),
-                          error("tcp_connect to 127.0.0.1:" + std::to_string(port) + " fail!\n"),
-                          trace("&&&&&&&&&&&& exit from devmanager\n")}),
-              "");
+    EXPECT_TRUE(told_by(log, login_name, level, up_to_the_wait() + overtime));
+    EXPECT_TRUE(told_by(log, manager_name, level,
+                        {trace("enter sdk_devmanager_main pid: 0x*, num: *\n"),
+                         error("tcp_connect to 127.0.0.1:" + std::to_string(port) + " fail!\n"),
+                         trace("&&&&&&&&&&&& exit from devmanager\n")}));
     EXPECT_EQ(handle, 0x43210000U);
 }
 
@@ -126,15 +116,11 @@ TEST_P(LoginFailure, ByAReceiverThatCannotBeCreatedComesAfterThreeSeconds)
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(log_in(&handle, device->port()), -1);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(3030));
-    story whole = up_to_the_wait();
-    whole.push_back(trace("pthread_create devmanager:0x* ok\n"));
-    whole.push_back(error(overtime_line));
-    EXPECT_EQ(difference(log, login_name, level, whole), "");
-    EXPECT_EQ(difference(log, manager_name, level,
-                         {trace("enter sdk_devmanager_main pid: 0x*, num: *\n"),
-                          trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
-                          error("pthread_create msgrecver fail!\n")}),
-              "");
+    EXPECT_TRUE(told_by(log, login_name, level, up_to_the_wait() + overtime));
+    EXPECT_TRUE(told_by(log, manager_name, level,
+                        {trace("enter sdk_devmanager_main pid: 0x*, num: *\n"),
+                         trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
+                         error("pthread_create msgrecver fail!\n")}));
     EXPECT_EQ(handle, 0x43210000U);
     EXPECT_EQ(device->connections_made(), 1);
 }
@@ -145,58 +131,38 @@ TEST_P(LoginFailure, ByASenderThatCannotBeCreatedEndsTheReceiverToo)
     f.on_thread(manager_name);
     const log_tap log(level);
     EXPECT_EQ(log_in(&handle, device->port()), -1);
-    EXPECT_EQ(difference(log, manager_name, level,
-                         {trace("enter sdk_devmanager_main pid: 0x*, num: *\n"),
-                          trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
-                          trace("pthread_create msgrecver:0x* ok\n"),
-                          error("pthread_create msgsender fail!\n")}),
-              "");
+    EXPECT_TRUE(told_by(log, manager_name, level,
+                        {trace("enter sdk_devmanager_main pid: 0x*, num: *\n"),
+                         trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
+                         trace("pthread_create msgrecver:0x* ok\n"),
+                         error("pthread_create msgsender fail!\n")}));
     EXPECT_TRUE(login_threads_gone());
 }
 
-INSTANTIATE_TEST_SUITE_P(Told, LoginFailure, testing::ValuesIn(levels), name_of_level);
+INSTANTIATE_TEST_SUITE_P(Told, LoginFailure, all_levels(), level_name);
 
 TEST(Login, FailsWhenTheWorkersAreNotRunningInTimeAndWaitsForThemToEnd)
 {
-    const inventory before;
-    {
-        const library lib;
-        serving_device device;
-        const log_tap log(2);
-        log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
-        ZU_U32 handle = 0;
-        running_call login([&] { return log_in(&handle, device.port()); });
-        ASSERT_TRUE(log.wait_for("Failed to start worker threads in time or connection lost. "
-                                 "Triggering reconnect...\n"));
-        EXPECT_TRUE(eventually([] { return threads_named("sdk_devmanager_main") == 0; }));
-        EXPECT_FALSE(login.returned()); // a worker that has not begun is still a worker
-        late_sender.let_go();
-        EXPECT_EQ(login.result(), -1);
-        EXPECT_TRUE(log.has_beginning("[../source/src/zu_net_dev_api.cpp "));
-        EXPECT_EQ(device.connections_made(), 1);
-    }
-    EXPECT_EQ(before.left_over(), "");
+    login_with_late_sender at;
+    ASSERT_TRUE(at.log.wait_for("Failed to start worker threads in time or connection lost. "
+                                "Triggering reconnect...\n"));
+    EXPECT_TRUE(eventually([] { return threads_named("sdk_devmanager_main") == 0; }));
+    EXPECT_FALSE(at.login.returned()); // a worker that has not begun is still a worker
+    at.late_sender.let_go();
+    EXPECT_EQ(at.login.result(), -1);
+    EXPECT_TRUE(at.log.has_beginning("[../source/src/zu_net_dev_api.cpp "));
+    EXPECT_EQ(at.device.connections_made(), 1);
 }
 
 TEST(Login, ToADeviceThatAlwaysClosesAtOnceFailsAndLeavesNothing)
 {
-    const inventory before;
-    {
-        const library lib;
-        serving_device device(closes_at_once());
-        const log_tap log(2);
-        // Makes sure that the two workers are never seen running.
-        log_hold late_sender("sdk_msgsender_main", "enter sdk_msgsender_main");
-        ZU_U32 handle = 0;
-        running_call login([&] { return log_in(&handle, device.port()); });
-        ASSERT_TRUE(log.wait_for("Connection lost while waiting for worker threads to start.\n"));
-        ASSERT_TRUE(eventually([&] { return device.connections_made() > 1; }));
-        ASSERT_TRUE(log.wait_for_beginning("[../source/src/zu_net_dev_api.cpp "));
-        late_sender.let_go();
-        EXPECT_EQ(login.result(), -1);
-        EXPECT_FALSE(log.has(pause_line));
-    }
-    EXPECT_EQ(before.left_over(), "");
+    login_with_late_sender at(closes_at_once());
+    ASSERT_TRUE(at.log.wait_for("Connection lost while waiting for worker threads to start.\n"));
+    ASSERT_TRUE(eventually([&] { return at.device.connections_made() > 1; }));
+    ASSERT_TRUE(at.log.wait_for_beginning("[../source/src/zu_net_dev_api.cpp "));
+    at.late_sender.let_go();
+    EXPECT_EQ(at.login.result(), -1);
+    EXPECT_FALSE(at.log.has(pause_line));
 }
 
 TEST(Login, SucceedsWhenTheDeviceServesAfterClosingOnce)

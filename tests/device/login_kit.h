@@ -1,5 +1,5 @@
-// What the tests of login, logout and the device manager share: the log of one function told as a
-// story with its gates, a call under way on a thread of its own, and the moments of a reconnection.
+// What the tests of login, logout and the device manager share: a call under way on a thread of its
+// own, the moments of a reconnection, and logins that stand ready for a test.
 //
 // Everything that is shared with threads of the library is atomic or has a lock of its own.
 #pragma once
@@ -7,7 +7,6 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <sys/prctl.h>
 #include <thread>
@@ -17,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "live_login.h"
+#include "log_story.h"
 #include "log_tap.h"
 #include "process_probe.h"
 #include "scripted_device.h"
@@ -36,68 +36,6 @@ constexpr char pause_line[] =
 
 // ---- the log ----
 
-// One line as it is expected: the gate is the lowest level that lets it through (-1: every one).
-// "*" in the message stands for any text.
-struct told {
-    int gate;
-    int type;
-    std::string message;
-};
-using story = std::vector<told>;
-
-inline told trace(const std::string& message)
-{
-    return {2, 7, message};
-}
-inline told error(const std::string& message)
-{
-    return {1, 0, message};
-}
-
-inline bool fits(const char* pattern, const char* message)
-{
-    if (*pattern == '*') {
-        return fits(pattern + 1, message) || (*message != 0 && fits(pattern, message + 1));
-    }
-    return *pattern == *message && (*message == 0 || fits(pattern + 1, message + 1));
-}
-
-// What differs between the lines of a function and the part of a story that a level tells; empty
-// when nothing does.
-inline std::string difference(const std::vector<log_line>& lines, int level, const story& whole)
-{
-    story expected;
-    for (const auto& line : whole) {
-        if (level >= line.gate) {
-            expected.push_back(line);
-        }
-    }
-    bool same = expected.size() == lines.size();
-    for (size_t i = 0; same && i < lines.size(); i++) {
-        same = expected[i].type == lines[i].type &&
-               fits(expected[i].message.c_str(), lines[i].message.c_str());
-    }
-    if (same) {
-        return "";
-    }
-    std::ostringstream out;
-    out << "level " << level << ", expected:\n";
-    for (const auto& line : expected) {
-        out << "  " << line.type << " " << line.message;
-    }
-    out << "found:\n";
-    for (const auto& line : lines) {
-        out << "  " << line.type << " " << line.message;
-    }
-    return out.str();
-}
-
-inline std::string difference(const log_tap& log, const std::string& function, int level,
-                              const story& whole)
-{
-    return difference(log.lines_of(function), level, whole);
-}
-
 // Where in the log a message stands for the first time; the log's length when it does not.
 inline size_t place_of(const log_tap& log, const std::string& function, const std::string& message)
 {
@@ -107,11 +45,6 @@ inline size_t place_of(const log_tap& log, const std::string& function, const st
         at++;
     }
     return at;
-}
-
-inline std::string name_of_level(const testing::TestParamInfo<int>& info)
-{
-    return info.param < 0 ? "BeforeAnyLevelIsSet" : "AtLevel" + std::to_string(info.param);
 }
 
 // ---- calls ----
@@ -267,5 +200,78 @@ inline behaviour closes_at_once()
     how.on_connect = [](peer&) { return false; };
     return how;
 }
+
+// ---- logins ----
+
+// Holds a sender thread before it begins, so that the workers are never seen running.
+struct late_sender_hold : log_hold {
+    late_sender_hold() : log_hold("sdk_msgsender_main", "enter sdk_msgsender_main")
+    {
+    }
+};
+
+// A Login under way, at level 2, that cannot find both workers running. The test has to let the
+// sender go and to look at the result.
+class login_with_late_sender
+{
+public:
+    explicit login_with_late_sender(behaviour how = {}) : device(std::move(how))
+    {
+    }
+    ~login_with_late_sender()
+    {
+        late_sender.let_go();
+    }
+    login_with_late_sender(const login_with_late_sender&) = delete;
+    login_with_late_sender& operator=(const login_with_late_sender&) = delete;
+
+private:
+    struct nothing_left {
+        ~nothing_left()
+        {
+            EXPECT_EQ(before.left_over(), "");
+        }
+        const inventory before;
+    };
+    const nothing_left proof; // first: what the process held before anything else
+    const library lib;
+
+public:
+    serving_device device;
+    const log_tap log{2};
+    late_sender_hold late_sender;
+    running_call login{[this] {
+        ZU_U32 handle = 0;
+        return log_in(&handle, device.port());
+    }};
+};
+
+// A login to a device of its own, at level 2, whose events are watched.
+class watched_login : public testing::Test
+{
+protected:
+    watched_login()
+        : lib(std::make_unique<library>(0)), device(std::make_unique<serving_device>()),
+          log(std::make_unique<log_tap>(2)), login(std::make_unique<live_login>(device->port()))
+    {
+        EXPECT_EQ(login->result(), 0);
+        EXPECT_TRUE(login->watch());
+    }
+    void TearDown() override
+    {
+        login.reset();
+        EXPECT_THAT(sdk_users, testing::Each(nullptr));
+        log.reset();
+        device.reset();
+        lib.reset();
+        EXPECT_EQ(before.left_over(), "");
+    }
+
+    const inventory before;
+    std::unique_ptr<library> lib;
+    std::unique_ptr<serving_device> device;
+    std::unique_ptr<log_tap> log;
+    std::unique_ptr<live_login> login;
+};
 
 } // namespace support

@@ -6,7 +6,7 @@ using namespace support;
 namespace
 {
 
-class LoginRound : public testing::TestWithParam<int>
+class LoginRound : public at_level
 {
 };
 
@@ -48,12 +48,6 @@ story manager_story(unsigned short port, int ext_sock)
             trace("callback connected, but sdk_user->event_callback == NULL\n")};
 }
 
-story operator+(story whole, const story& more)
-{
-    whole.insert(whole.end(), more.begin(), more.end());
-    return whole;
-}
-
 struct sockets {
     int ext_sock;
     int int_sock;
@@ -70,7 +64,6 @@ sockets sockets_of(ZU_U32 handle)
 
 TEST_P(LoginRound, TellsItsStoryWhenTheDeviceManagerEndsSilently)
 {
-    const int level = GetParam();
     const inventory before;
     {
         const library lib(0);
@@ -88,28 +81,24 @@ TEST_P(LoginRound, TellsItsStoryWhenTheDeviceManagerEndsSilently)
         asleep.let_go();
         EXPECT_EQ(logout.result(), 0);
 
-        EXPECT_EQ(difference(log, login_name, level, login_story(device.port())), "");
-        EXPECT_EQ(difference(log, "alloc_sdkuser", level, {trace("alloc sdk user:0\n")}), "");
-        EXPECT_EQ(difference(log, "build_int_sock", level,
-                             {trace("enter build_int_sock\n"), trace("leave build_int_sock\n"),
-                              trace("int_sock:" + std::to_string(s.int_sock) +
-                                    " int_port:" + std::to_string(s.int_port) + "\n")}),
-                  "");
-        EXPECT_EQ(difference(log, manager_name, level,
-                             manager_story(device.port(), s.ext_sock) +
-                                 story{trace("&&&&&&&&&&&& exit from devmanager\n")}),
-                  "");
-        EXPECT_EQ(difference(log, logout_name, level, logout_story(s.ext_sock, s.int_sock)), "");
-        EXPECT_EQ(difference(log, "sdk_msgsender_main", level,
-                             {trace("enter sdk_msgsender_main pid: 0x*\n"),
-                              error("msgsender select faill!\n"),
-                              trace("############ exit from msgsender, ret:-1\n")}),
-                  "");
-        EXPECT_EQ(difference(log, "sdk_msgrecver_main", level,
-                             {trace("enter sdk_msgrecver_main pid: 0x*\n"),
-                              error("msgrecver select faill!\n"),
-                              trace("$$$$$$$$$$$$ exit from msgrecver, ret:-1\n")}),
-                  "");
+        EXPECT_TRUE(told_by(log, login_name, level, login_story(device.port())));
+        EXPECT_TRUE(told_by(log, "alloc_sdkuser", level, {trace("alloc sdk user:0\n")}));
+        EXPECT_TRUE(told_by(log, "build_int_sock", level,
+                            {trace("enter build_int_sock\n"), trace("leave build_int_sock\n"),
+                             trace("int_sock:" + std::to_string(s.int_sock) +
+                                   " int_port:" + std::to_string(s.int_port) + "\n")}));
+        EXPECT_TRUE(told_by(log, manager_name, level,
+                            manager_story(device.port(), s.ext_sock) +
+                                story{trace("&&&&&&&&&&&& exit from devmanager\n")}));
+        EXPECT_TRUE(told_by(log, logout_name, level, logout_story(s.ext_sock, s.int_sock)));
+        EXPECT_TRUE(told_by(log, "sdk_msgsender_main", level,
+                            {trace("enter sdk_msgsender_main pid: 0x*\n"),
+                             error("msgsender select faill!\n"),
+                             trace("############ exit from msgsender, ret:-1\n")}));
+        EXPECT_TRUE(told_by(log, "sdk_msgrecver_main", level,
+                            {trace("enter sdk_msgrecver_main pid: 0x*\n"),
+                             error("msgrecver select faill!\n"),
+                             trace("$$$$$$$$$$$$ exit from msgrecver, ret:-1\n")}));
         // Nobody else has a word to say, and below level 1 nobody at all.
         const size_t total = log.lines().size();
         EXPECT_EQ(total, level == 2 ? 35U : level == 1 ? 2U : 0U);
@@ -119,7 +108,6 @@ TEST_P(LoginRound, TellsItsStoryWhenTheDeviceManagerEndsSilently)
 
 TEST_P(LoginRound, TellsItsStoryWhenTheDeviceManagerNoticesTheDeadLinkFirst)
 {
-    const int level = GetParam();
     const inventory before;
     {
         const library lib(0);
@@ -143,25 +131,24 @@ TEST_P(LoginRound, TellsItsStoryWhenTheDeviceManagerNoticesTheDeadLinkFirst)
             tearing_down.let_go();
             EXPECT_EQ(logout.result(), 0);
         }
-        EXPECT_EQ(
-            difference(log, manager_name, level,
-                       manager_story(device.port(), s.ext_sock) +
-                           story{trace("msgrecver or msgsender has exited!\n"),
-                                 trace("sdk_user->used = -1;\n"), trace("@@@@@ exit msgserder()\n"),
-                                 trace("@@@@@@ exit msgrecver()\n"), trace("close ext_sock\n"),
-                                 trace("close int_sock\n"),
-                                 trace("@@@@@ All worker threads exited and pipes "
-                                       "flushed.\n"),
-                                 trace("call event_callback disconnected\n"),
-                                 trace("&&&&&&&&&&&& exit from devmanager\n")}),
-            "");
-        EXPECT_EQ(difference(log, logout_name, level, logout_story(s.ext_sock, s.int_sock)), "");
+        EXPECT_TRUE(
+            told_by(log, manager_name, level,
+                    manager_story(device.port(), s.ext_sock) +
+                        story{trace("msgrecver or msgsender has exited!\n"),
+                              trace("sdk_user->used = -1;\n"), trace("@@@@@ exit msgserder()\n"),
+                              trace("@@@@@@ exit msgrecver()\n"), trace("close ext_sock\n"),
+                              trace("close int_sock\n"),
+                              trace("@@@@@ All worker threads exited and pipes "
+                                    "flushed.\n"),
+                              trace("call event_callback disconnected\n"),
+                              trace("&&&&&&&&&&&& exit from devmanager\n")}));
+        EXPECT_TRUE(told_by(log, logout_name, level, logout_story(s.ext_sock, s.int_sock)));
         EXPECT_EQ(seen.count(ZU_NET_DEV_CONNECTED), 0);
     }
     EXPECT_EQ(before.left_over(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Told, LoginRound, testing::Values(-1, 0, 1, 2), name_of_level);
+INSTANTIATE_TEST_SUITE_P(Told, LoginRound, all_levels(), level_name);
 
 TEST(LoginRound, CountsOnlyTheStartLinesThatWereWritten)
 {

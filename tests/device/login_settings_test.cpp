@@ -92,35 +92,31 @@ TEST_P(Setter, SucceedsWhileTheLinkIsUpAndLogsWhatItStored)
 {
     const library lib(0);
     const bare_user user;
-    for (const int level : {-1, 0, 1, 2}) {
+    for (const int level : log_levels) {
         const log_tap log(level);
         EXPECT_EQ(GetParam().call(user.handle()), 0);
-        EXPECT_EQ(difference(log.lines(), level,
-                             {trace(enter()), trace(GetParam().stored_line), trace(leave())}),
-                  "");
-        EXPECT_EQ(log.lines().size(), log.lines_of(GetParam().name).size());
+        EXPECT_TRUE(all_told(log, GetParam().name, level,
+                             {trace(enter()), trace(GetParam().stored_line), trace(leave())}));
     }
 }
 
 TEST_P(Setter, IsRefusedBeforeInitWithItsArgumentLine)
 {
-    for (const int level : {-1, 0, 1, 2}) {
+    for (const int level : log_levels) {
         const log_tap log(level);
         EXPECT_EQ(GetParam().call(0x43210000), -1);
-        EXPECT_EQ(difference(log.lines(), level, {trace(enter()), error(GetParam().argument_line)}),
-                  "");
-        EXPECT_EQ(log.lines().size(), log.lines_of(GetParam().name).size());
+        EXPECT_TRUE(all_told(log, GetParam().name, level,
+                             {trace(enter()), error(GetParam().argument_line)}));
     }
 }
 
 TEST_P(Setter, IsRefusedWithoutARecord)
 {
     const library lib(0);
-    for (const int level : {-1, 0, 1, 2}) {
+    for (const int level : log_levels) {
         const log_tap log(level);
         EXPECT_EQ(GetParam().call(0x43210007), -1);
-        EXPECT_EQ(difference(log, GetParam().name, level, {trace(enter()), error(no_user_line)}),
-                  "");
+        EXPECT_TRUE(told_by(log, GetParam().name, level, {trace(enter()), error(no_user_line)}));
     }
 }
 
@@ -129,10 +125,10 @@ TEST_P(Setter, IsRefusedWhileTheLinkIsDown)
     const library lib(0);
     const bare_user user;
     user->used = -1;
-    for (const int level : {-1, 0, 1, 2}) {
+    for (const int level : log_levels) {
         const log_tap log(level);
         EXPECT_EQ(GetParam().call(user.handle()), -1);
-        EXPECT_EQ(difference(log.lines(), level, {trace(enter()), error(no_user_line)}), "");
+        EXPECT_TRUE(all_told(log, GetParam().name, level, {trace(enter()), error(no_user_line)}));
     }
     EXPECT_EQ(user->reconnect_interval, 0);
     EXPECT_EQ(user->stream_callback, nullptr);
@@ -146,12 +142,11 @@ TEST(SetReconnect, RefusesIntervalZero)
     const library lib(0);
     const bare_user user;
     user->reconnect_interval = 9;
-    for (const int level : {-1, 0, 1, 2}) {
+    for (const int level : log_levels) {
         const log_tap log(level);
         EXPECT_EQ(ZU_NET_DEV_SetReconnect(user.handle(), 0), -1);
-        EXPECT_EQ(difference(log, reconnect_name, level,
-                             {trace("enter ZU_NET_DEV_SetReconnect\n"), error(interval_line)}),
-                  "");
+        EXPECT_TRUE(told_by(log, reconnect_name, level,
+                            {trace("enter ZU_NET_DEV_SetReconnect\n"), error(interval_line)}));
     }
     EXPECT_EQ(user->reconnect_interval, 9);
 }
@@ -166,50 +161,61 @@ TEST(SetReconnect, StoresTheIntervalAndPrintsItAsASignedNumber)
     EXPECT_TRUE(log.has(7, reconnect_name, "reconnect_interval:-1\n"));
 }
 
-TEST(SetStreamCallBack, RefusesANullCallback)
+namespace
+{
+
+// Both refuse with the line of the stream and keep what they have.
+template <class Set, class Field>
+void expect_null_callback_refused(Set set, const char* function, Field userdata)
 {
     const library lib(0);
     const bare_user user;
     const log_tap log(1);
     int mine = 0;
-    EXPECT_EQ(ZU_NET_DEV_SetStreamCallBack(user.handle(), nullptr, &mine), -1);
-    EXPECT_TRUE(log.has(0, stream_name, callback_line));
-    EXPECT_EQ(user->stream_userdata, nullptr);
+    EXPECT_EQ(set(user.handle(), nullptr, &mine), -1);
+    EXPECT_TRUE(log.has(0, function, callback_line));
+    EXPECT_EQ(user.operator->()->*userdata, nullptr);
+}
+
+// Both print the callback as a stream callback.
+template <class Set, class Callback>
+void expect_both_pointers_printed(Set set, Callback callback, const char* function,
+                                  const char* userdata_name)
+{
+    const library lib(0);
+    const bare_user user;
+    const log_tap log(2);
+    char expected[200];
+    snprintf(expected, sizeof(expected), "stream_callback:%p %s:%p\n",
+             reinterpret_cast<void*>(callback), userdata_name, static_cast<void*>(expected));
+    EXPECT_EQ(set(user.handle(), callback, expected), 0);
+    EXPECT_TRUE(log.has(7, function, expected));
+}
+
+} // namespace
+
+TEST(SetStreamCallBack, RefusesANullCallback)
+{
+    expect_null_callback_refused(ZU_NET_DEV_SetStreamCallBack, stream_name,
+                                 &zu_sdk_user::stream_userdata);
 }
 
 TEST(SetEventCallBack, RefusesANullCallbackWithTheLineOfTheStream)
 {
-    const library lib(0);
-    const bare_user user;
-    const log_tap log(1);
-    int mine = 0;
-    EXPECT_EQ(ZU_NET_DEV_SetEventCallBack(user.handle(), nullptr, &mine), -1);
-    EXPECT_TRUE(log.has(0, event_name, callback_line));
-    EXPECT_EQ(user->event_userdata, nullptr);
+    expect_null_callback_refused(ZU_NET_DEV_SetEventCallBack, event_name,
+                                 &zu_sdk_user::event_userdata);
 }
 
 TEST(SetStreamCallBack, PrintsBothPointers)
 {
-    const library lib(0);
-    const bare_user user;
-    const log_tap log(2);
-    char expected[200];
-    snprintf(expected, sizeof(expected), "stream_callback:%p stream_userdata:%p\n",
-             reinterpret_cast<void*>(watcher::on_stream), static_cast<void*>(expected));
-    EXPECT_EQ(ZU_NET_DEV_SetStreamCallBack(user.handle(), watcher::on_stream, expected), 0);
-    EXPECT_TRUE(log.has(7, stream_name, expected));
+    expect_both_pointers_printed(ZU_NET_DEV_SetStreamCallBack, watcher::on_stream, stream_name,
+                                 "stream_userdata");
 }
 
 TEST(SetEventCallBack, PrintsTheEventCallbackAsAStreamCallback)
 {
-    const library lib(0);
-    const bare_user user;
-    const log_tap log(2);
-    char expected[200];
-    snprintf(expected, sizeof(expected), "stream_callback:%p event_userdata:%p\n",
-             reinterpret_cast<void*>(watcher::on_event), static_cast<void*>(expected));
-    EXPECT_EQ(ZU_NET_DEV_SetEventCallBack(user.handle(), watcher::on_event, expected), 0);
-    EXPECT_TRUE(log.has(7, event_name, expected));
+    expect_both_pointers_printed(ZU_NET_DEV_SetEventCallBack, watcher::on_event, event_name,
+                                 "event_userdata");
 }
 
 TEST(SetEventCallBack, StoresTheHandleAsItWasPassed)

@@ -1,7 +1,8 @@
 // Pan-tilt-zoom: the two entry points carry any two numbers to the device and return its code.
 //
 // Both follow one pattern and differ in name, message code and field names, so most tests run for
-// both. The device's part is played on a thread of its own for each exchange.
+// both. The device's part is played on a thread of its own for each exchange. What they refuse is a
+// matter of request_refusals_test.cpp.
 #include <climits>
 #include <tuple>
 
@@ -15,21 +16,19 @@ namespace
 
 struct ptz_entry {
     const char* name;
+    const char* function;
     ZU_S32 (*call)(ZU_U32 handle, ZU_U32 command, ZU_U32 number);
     uint32_t type;
 };
 
-const ptz_entry standard = {"ZU_NET_DEV_PTZ_Ctrl_Standard", ZU_NET_DEV_PTZ_Ctrl_Standard, 0x1031};
-const ptz_entry preset = {"ZU_NET_DEV_PTZ_Ctrl_Preset", ZU_NET_DEV_PTZ_Ctrl_Preset, 0x1041};
+const ptz_entry standard = {"Standard", "ZU_NET_DEV_PTZ_Ctrl_Standard",
+                            ZU_NET_DEV_PTZ_Ctrl_Standard, 0x1031};
+const ptz_entry preset = {"Preset", "ZU_NET_DEV_PTZ_Ctrl_Preset", ZU_NET_DEV_PTZ_Ctrl_Preset,
+                          0x1041};
 
 void PrintTo(const ptz_entry& entry, std::ostream* out)
 {
     *out << entry.name;
-}
-
-std::string short_name(const ptz_entry& entry)
-{
-    return entry.type == 0x1031 ? "Standard" : "Preset";
 }
 
 constexpr ZU_U32 any_numbers[] = {0, 1, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
@@ -38,11 +37,6 @@ exchanged move(request_stand& stand, const ptz_entry& entry, ZU_U32 command, ZU_
                const make_reply& reply)
 {
     return exchange_with(stand, reply, [&] { return entry.call(stand.handle(), command, number); });
-}
-
-story opening(const ptz_entry& entry)
-{
-    return {trace("enter " + std::string(entry.name) + "\n")};
 }
 
 } // namespace
@@ -147,14 +141,7 @@ TEST_P(Ptz, LetsManyCommandsBeUnderWayEachWithItsOwnAnswer)
     }
 }
 
-// ---- failures ----------------------------------------------------------------------------------
-
-TEST_P(Ptz, FailsWhenTheDeviceDoesNotAnswer)
-{
-    request_stand stand(1);
-    EXPECT_EQ(GetParam().call(stand.handle(), 5, 6), -1);
-    EXPECT_EQ(stand.log.messages_of(GetParam().name), std::vector<std::string>{"write faill!\n"});
-}
+// ---- the link and its workers ------------------------------------------------------------------
 
 TEST_P(Ptz, DoesNotLookAtTheStartedFlags)
 {
@@ -180,7 +167,7 @@ TEST_P(Ptz, SendsNothingWhileTheLinkOfALoginIsDownAndWorksAgainAfterwards)
         {
             const log_tap log(1);
             EXPECT_EQ(GetParam().call(login.handle(), 5, 6), -1);
-            expect_story(log, 1, GetParam().name, {not_usable()});
+            expect_story(log, 1, GetParam().function, {not_usable()});
         }
         EXPECT_TRUE(device.received(GetParam().type).empty());
         set_log_level(1);
@@ -192,27 +179,8 @@ TEST_P(Ptz, SendsNothingWhileTheLinkOfALoginIsDownAndWorksAgainAfterwards)
     EXPECT_EQ(before.left_over(), "");
 }
 
-TEST_P(Ptz, FailsAfterLogout)
-{
-    const inventory before;
-    {
-        serving_device device;
-        const library lib(1);
-        live_login login(device.port());
-        ASSERT_EQ(login.result(), 0);
-        ASSERT_TRUE(login.wait_until_up());
-        ASSERT_EQ(login.log_out(), 0);
-        const log_tap log(1);
-        EXPECT_EQ(GetParam().call(login.handle(), 5, 6), -1);
-        expect_story(log, 1, GetParam().name,
-                     {no_such_record(login.handle() & 0xffff), not_usable()});
-        EXPECT_TRUE(device.received(GetParam().type).empty());
-    }
-    EXPECT_EQ(before.left_over(), "");
-}
-
 INSTANTIATE_TEST_SUITE_P(, Ptz, testing::Values(standard, preset),
-                         [](const auto& with) { return short_name(with.param); });
+                         [](const auto& with) { return std::string(with.param.name); });
 
 // ---- the log -----------------------------------------------------------------------------------
 
@@ -223,66 +191,16 @@ protected:
     const int level = std::get<1>(GetParam());
 };
 
-TEST_P(PtzAt, FailsBeforeInit)
-{
-    const log_tap log(level);
-    EXPECT_EQ(entry.call(77, 5, 6), -1);
-    expect_story(log, level, entry.name, opening(entry) + story{error("zu_sdk_inited == 0\n")});
-}
-
-TEST_P(PtzAt, FailsForAnUnknownHandle)
-{
-    request_stand stand(level);
-    EXPECT_EQ(entry.call(0x4321004D, 5, 6), -1);
-    expect_story(stand.log, level, entry.name,
-                 opening(entry) + story{no_such_record(77), not_usable()});
-}
-
-TEST_P(PtzAt, FailsForAHandleBeyondTheTable)
-{
-    request_stand stand(level);
-    EXPECT_EQ(entry.call(0x43210100, 5, 6), -1);
-    expect_story(
-        stand.log, level, entry.name,
-        opening(entry) +
-            story{{error_levels, 0, " index invalid! index: 256\n", "get_sdkuser"}, not_usable()});
-}
-
-TEST_P(PtzAt, FailsWhileTheLinkIsDown)
-{
-    for (const int used : {-1, 0, 1}) {
-        request_stand stand(level);
-        stand.user->used = used;
-        EXPECT_EQ(entry.call(stand.handle(), 5, 6), -1);
-        expect_story(stand.log, level, entry.name, opening(entry) + story{not_usable()});
-        EXPECT_TRUE(stand.nothing_more_sent());
-    }
-}
-
-TEST_P(PtzAt, FailsWhenTheExchangeFails)
-{
-    worker_stand stand(level);
-    const fault failing("sendto", ENOBUFS);
-    EXPECT_EQ(entry.call(stand.handle(), 5, 6), -1);
-    expect_story(stand.log, level, entry.name,
-                 opening(entry) + story{trace("send msg_req_ptz.\n"), exchange_lines(),
-                                        error("write faill!\n")});
-}
-
 TEST_P(PtzAt, LogsTheOneLabelOfBoth)
 {
     request_stand stand(level);
     const auto out = move(stand, entry, 5, 6, with_code(-12));
     EXPECT_EQ(out.request.type, entry.type);
-    expect_story(stand.log, level, entry.name,
-                 opening(entry) + story{trace("send msg_req_ptz.\n"), exchange_lines(),
-                                        trace("get response code:-12\n"),
-                                        trace("leave " + std::string(entry.name) + "\n")});
+    expect_story(stand.log, level, entry.function,
+                 {trace("enter " + std::string(entry.function) + "\n"),
+                  trace("send msg_req_ptz.\n"), exchange_lines(), trace("get response code:-12\n"),
+                  trace("leave " + std::string(entry.function) + "\n")});
 }
 
 INSTANTIATE_TEST_SUITE_P(, PtzAt, testing::Combine(testing::Values(standard, preset), all_levels()),
-                         [](const auto& with) {
-                             const int level = std::get<1>(with.param);
-                             return short_name(std::get<0>(with.param)) + "Level" +
-                                    (level < 0 ? "Minus1" : std::to_string(level));
-                         });
+                         name_and_level);

@@ -15,22 +15,14 @@ namespace
 
 constexpr ZU_U32 heartbeat_event = 4;
 
-std::string no_callback_line(const receiver_stand& stand)
+told no_callback_line(const receiver_stand& stand)
 {
-    char line[120];
-    snprintf(line, sizeof(line), "event_callback is NULL for handle 0x%x on HEARTBEAT!\n",
-             stand.handle());
-    return line;
+    return error("event_callback is NULL for " + handle_text(stand) + " on HEARTBEAT!\n");
 }
 
-std::string not_used_line(const receiver_stand& stand, int state)
+told not_used_line(const receiver_stand& stand, int state)
 {
-    char line[160];
-    snprintf(line, sizeof(line),
-             "sdk_user (handle 0x%x) is not in USED state (current state: %d) for HEARTBEAT "
-             "event_callback.\n",
-             stand.handle(), state);
-    return line;
+    return support::not_used_line(stand, state, "HEARTBEAT event_callback");
 }
 
 const told heartbeat_line = trace("recv msg ZU_SDK_MSG_RES_HEARTBEAT\n");
@@ -77,7 +69,7 @@ void run_event_handler(zu_sdk_user* user)
 
 TEST(ReceiverHeartbeat, MakesAnEventOfAnAnswerWithoutABody)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         stand.link.send(hex("22 10 00 00  00 00 00 00  00 00 00 00"));
         EXPECT_TRUE(stand.seen.wait_for_event(heartbeat_event));
@@ -151,48 +143,46 @@ TEST(ReceiverHeartbeat, ACallbackThatWaitsDoesNotHoldUpTheReceiver)
 
 TEST(ReceiverHeartbeat, DropsTheEventWithALineWhenThereIsNoCallback)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         stand.user->event_callback = nullptr;
         stand.link.send(heartbeat_answer());
         EXPECT_TRUE(takes_a_frame(stand));
-        expect_log_until_shut_down(stand,
-                                   {empty_line, heartbeat_line, error(no_callback_line(stand))});
+        expect_log_until_shut_down(stand, {empty_line, heartbeat_line, no_callback_line(stand)});
     }
 }
 
 TEST(ReceiverHeartbeat, DropsTheEventWithALineWhenTheUserIsNotInUse)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         stand.user->used = -1;
         stand.link.send(heartbeat_answer() + make_message(0x1100, -1, 0, {}));
         ASSERT_TRUE(all_read(stand));
-        expect_log_until_shut_down(
-            stand, {empty_line, heartbeat_line, error(not_used_line(stand, -1)),
-                    trace("msglen: -1, msgtype: 0x1100\n"), error("msg too long, len: -1\n")});
+        expect_log_until_shut_down(stand, {empty_line, heartbeat_line, not_used_line(stand, -1),
+                                           trace("msglen: -1, msgtype: 0x1100\n"),
+                                           error("msg too long, len: -1\n")});
         EXPECT_TRUE(stand.seen.events().empty());
     }
 }
 
 TEST(ReceiverHeartbeat, WritesBothLinesWithoutCallbackAndUser)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         stand.user->event_callback = nullptr;
         stand.user->used = 0;
         stand.link.send(heartbeat_answer() + make_message(0x1100, -1, 0, {}));
         ASSERT_TRUE(all_read(stand));
         expect_log_until_shut_down(
-            stand, {empty_line, heartbeat_line, error(no_callback_line(stand)),
-                    error(not_used_line(stand, 0)), trace("msglen: -1, msgtype: 0x1100\n"),
-                    error("msg too long, len: -1\n")});
+            stand, {empty_line, heartbeat_line, no_callback_line(stand), not_used_line(stand, 0),
+                    trace("msglen: -1, msgtype: 0x1100\n"), error("msg too long, len: -1\n")});
     }
 }
 
 TEST(ReceiverHeartbeat, GoesOnWhenTheHandlerThreadCannotBeCreated)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         const int holders = stand.user->holders;
         {

@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "live_login.h"
+#include "log_story.h"
 #include "seam.h"
 #include "wire_bytes.h"
 #include "worker_stand.h"
@@ -24,7 +25,6 @@ namespace support
 {
 
 constexpr char receiver_name[] = "sdk_msgrecver_main";
-constexpr int all_levels[] = {-1, 0, 1, 2};
 
 struct has_watcher {
     watcher seen; // outlives the stand, whose threads write to it
@@ -33,7 +33,7 @@ struct has_watcher {
 class receiver_stand : public has_watcher, public worker_stand
 {
 public:
-    explicit receiver_stand(int log_level = 0) : worker_stand(log_level), level(log_level)
+    explicit receiver_stand(int its_level = 0) : worker_stand(its_level), level(its_level)
     {
         user->stream_userdata = &seen;
         user->stream_callback = watcher::on_stream;
@@ -120,78 +120,52 @@ inline void dawdle()
 
 // ---- the log ----
 
-enum told_at { at_every_level, at_error_levels, at_trace_level };
+constexpr char again_line[] =
+    "recv EAGAIN/EWOULDBLOCK while receiving body, will retry via select\n";
+constexpr char interrupted_line[] = "recv EINTR while receiving body, will retry via select\n";
+const told header_break_line{log_at_error_levels, 7, "recv ret == -1, break\n"};
+const told shutdown_line{log_at_every_level, 7,
+                         "Receiver thread received shutdown signal. Exiting.\n"};
 
-// One line as it is expected: from which levels on, of which type.
-struct told {
-    told_at gate;
-    int type;
-    std::string message;
-};
-using story = std::vector<told>;
+inline told enter_line(const receiver_stand& stand)
+{
+    char message[80];
+    snprintf(message, sizeof(message), "enter sdk_msgrecver_main pid: 0x%llx\n",
+             static_cast<unsigned long long>(stand.user->msgrecver));
+    return trace(message);
+}
 
-inline told trace(const std::string& message)
-{
-    return {at_trace_level, 7, message};
-}
-inline told error(const std::string& message)
-{
-    return {at_error_levels, 0, message};
-}
-// `ret` as it is printed; "?" where any number will do.
+// `ret` as it is printed; "*" where any number will do.
 inline told exit_line(const std::string& ret)
 {
     return trace("$$$$$$$$$$$$ exit from msgrecver, ret:" + ret + "\n");
 }
 
-inline bool is_told(told_at gate, int level)
+inline told sendto_line(uint32_t raw_port, int len)
 {
-    return gate == at_every_level || level == 2 || (gate == at_error_levels && level == 1);
+    return trace("sendto native port:" + std::to_string(raw_port) + " len:" + std::to_string(len) +
+                 "\n");
 }
 
-inline std::string line_text(int type, const std::string& function, const std::string& message)
+inline std::string handle_text(const receiver_stand& stand)
 {
-    return std::to_string(type) + " " + function + ": " + message;
+    char handle[20];
+    snprintf(handle, sizeof(handle), "handle 0x%x", stand.handle());
+    return handle;
 }
 
-// Compares the whole log, of whatever function, with what the receiver should have written at the
-// stand's level: the line on entry, then `lines`. Ends the workers first.
+inline told not_used_line(const receiver_stand& stand, int state, const std::string& callback)
+{
+    return error("sdk_user (" + handle_text(stand) + ") is not in USED state (current state: " +
+                 std::to_string(state) + ") for " + callback + ".\n");
+}
+
+// The whole log, of whatever function, must be what the receiver should have written at the stand's
+// level: the line on entry, then `lines`. Ends the workers first.
 inline void expect_log(receiver_stand& stand, const story& lines)
 {
     stand.end_workers();
-    char enter[80];
-    snprintf(enter, sizeof(enter), "enter sdk_msgrecver_main pid: 0x%llx\n",
-             static_cast<unsigned long long>(stand.user->msgrecver));
-    story whole = {trace(enter)};
-    whole.insert(whole.end(), lines.begin(), lines.end());
-
-    std::vector<std::string> expected;
-    bool any_ret = false;
-    for (const told& line : whole) {
-        if (is_told(line.gate, stand.level)) {
-            expected.push_back(line_text(line.type, receiver_name, line.message));
-            any_ret = any_ret || line.message == exit_line("?").message;
-        }
-    }
-    std::vector<std::string> actual;
-    for (const log_line& line : stand.log.lines()) {
-        actual.push_back(line_text(line.type, line.function, line.message));
-    }
-    if (any_ret && !actual.empty()) {
-        std::string& last = actual.back();
-        last = last.substr(0, last.rfind("ret:")) + "ret:?\n";
-    }
-    EXPECT_EQ(actual, expected) << "at level " << stand.level;
-}
-
-// How many lines the stand's level lets through, the line on entry included.
-inline size_t lines_told(const receiver_stand& stand, const story& lines)
-{
-    size_t count = is_told(at_trace_level, stand.level) ? 1 : 0;
-    for (const told& line : lines) {
-        count += is_told(line.gate, stand.level) ? 1 : 0;
-    }
-    return count;
+    EXPECT_TRUE(all_told(stand.log, receiver_name, stand.level, story{enter_line(stand)} + lines));
 }
 
 // The same for a receiver that runs still and is ended by shutting its link down. What it has read
@@ -199,23 +173,13 @@ inline size_t lines_told(const receiver_stand& stand, const story& lines)
 // waited for first.
 inline void expect_log_until_shut_down(receiver_stand& stand, story lines)
 {
-    const size_t due = lines_told(stand, lines);
+    const size_t due = let_through(story{enter_line(stand)} + lines, stand.level).size();
     EXPECT_TRUE(eventually([&] { return stand.log.lines().size() >= due; }));
     link_shut_ext(stand.user->link);
     EXPECT_TRUE(stand.receiver_ended());
     lines.push_back(error("msgrecver select faill!\n"));
     lines.push_back(exit_line("-1"));
     expect_log(stand, lines);
-}
-
-// For tests that run once for each level because they wait.
-class at_level : public testing::TestWithParam<int>
-{
-};
-
-inline std::string level_name(const testing::TestParamInfo<int>& info)
-{
-    return info.param < 0 ? "LevelMinus1" : "Level" + std::to_string(info.param);
 }
 
 } // namespace support

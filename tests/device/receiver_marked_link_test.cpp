@@ -17,7 +17,6 @@ const told select_line = error("msgrecver select faill!\n");
 const told bad_descriptor_header_line = error("recv error: Bad file descriptor (errno=9)\n");
 const told bad_descriptor_body_line =
     error("Disconnected (body recv)! recv error: Bad file descriptor (errno=9)\n");
-const told break_line{at_error_levels, 7, "recv ret == -1, break\n"};
 
 using shut_function = void (*)(device_link*);
 
@@ -45,7 +44,7 @@ void arm_line(const char* beginning, device_link* link)
 
 TEST(ReceiverMarkedLink, EndsTheReceiverAsIfTheWaitHadFailed)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         EXPECT_TRUE(takes_a_frame(stand));
         link_shut_ext(stand.user->link);
@@ -142,14 +141,14 @@ TEST(ReceiverMarkedLink, DropsABodyThatWasReadAfterTheMark)
 
 TEST(ReceiverMarkedLink, EndsASpinInsideAHeader)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         stand.link.send(hex("22 10 00 00 00"));
         ASSERT_TRUE(all_read(stand));
         link_shut_ext(stand.user->link);
         ASSERT_TRUE(stand.receiver_ended());
         EXPECT_TRUE(stand.seen.events().empty());
-        expect_log(stand, {bad_descriptor_header_line, break_line, exit_line("-1")});
+        expect_log(stand, {bad_descriptor_header_line, header_break_line, exit_line("-1")});
     }
 }
 
@@ -164,7 +163,7 @@ TEST(ReceiverMarkedLink, EndsASpinOnAConnectionThatThePeerHasClosed)
     ASSERT_TRUE(eventually([&] { return reads.count() >= 2; }));
     link_shut_ext(stand.user->link);
     ASSERT_TRUE(stand.receiver_ended());
-    expect_log(stand, {bad_descriptor_header_line, break_line});
+    expect_log(stand, {bad_descriptor_header_line, header_break_line});
 }
 
 TEST(ReceiverMarkedLink, EndsAHeaderThatTheWaitHadPromised)
@@ -174,7 +173,7 @@ TEST(ReceiverMarkedLink, EndsAHeaderThatTheWaitHadPromised)
     const before_call mark("recv", [&] { link_shut_ext(stand.user->link); });
     stand.link.close();
     ASSERT_TRUE(stand.receiver_ended());
-    expect_log(stand, {bad_descriptor_header_line, break_line});
+    expect_log(stand, {bad_descriptor_header_line, header_break_line});
 }
 
 TEST(ReceiverMarkedLink, EndsABodyThatIsOnlyPartlyThere)
@@ -190,7 +189,7 @@ TEST(ReceiverMarkedLink, EndsABodyThatIsOnlyPartlyThere)
 
 TEST(ReceiverMarkedLink, FailsABodyReadThatFindsNothing)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         std::atomic<int> reads{0};
         const before_call mark("recv", [&] {

@@ -132,12 +132,10 @@ TEST(ReceiverReading, GoesBackToTheWaitWhenTheBodyIsNotThereYet)
     receiver_stand stand(2);
     const bytes whole = frame(50, 1);
     stand.link.send(part(whole, 0, 12));
-    ASSERT_TRUE(stand.log.wait_for(
-        "recv EAGAIN/EWOULDBLOCK while receiving body, will retry via select\n"));
+    ASSERT_TRUE(stand.log.wait_for(again_line));
     stand.link.send(part(whole, 12, whole.size()));
     ASSERT_TRUE(stand.seen.wait_for_blocks(1));
-    expect_log_until_shut_down(
-        stand, {trace("recv EAGAIN/EWOULDBLOCK while receiving body, will retry via select\n")});
+    expect_log_until_shut_down(stand, {trace(again_line)});
 }
 
 TEST(ReceiverReading, AsksForTheBodyRightAfterItsHeader)
@@ -172,31 +170,31 @@ TEST(ReceiverReading, WaitsForBothSocketsAndThePipeForSixSeconds)
     EXPECT_EQ(last_select().timeout.tv_usec, 0);
 }
 
-TEST(ReceiverReading, RetriesABodyReadThatFindsNothing)
+namespace
 {
-    for (const int level : all_levels) {
-        fault nothing("recv", EAGAIN, 2, 1);
-        nothing.on_thread(receiver_name);
+
+void expect_body_read_is_retried(int error_number, const std::string& line)
+{
+    for (const int level : log_levels) {
+        fault failing("recv", error_number, 2, 1);
+        failing.on_thread(receiver_name);
         receiver_stand stand(level);
         EXPECT_TRUE(takes_a_frame(stand));
-        EXPECT_EQ(nothing.hits(), 1);
-        expect_log_until_shut_down(
-            stand,
-            {trace("recv EAGAIN/EWOULDBLOCK while receiving body, will retry via select\n")});
+        EXPECT_EQ(failing.hits(), 1);
+        expect_log_until_shut_down(stand, {trace(line)});
     }
+}
+
+} // namespace
+
+TEST(ReceiverReading, RetriesABodyReadThatFindsNothing)
+{
+    expect_body_read_is_retried(EAGAIN, again_line);
 }
 
 TEST(ReceiverReading, RetriesABodyReadThatIsInterrupted)
 {
-    for (const int level : all_levels) {
-        fault interrupted("recv", EINTR, 2, 1);
-        interrupted.on_thread(receiver_name);
-        receiver_stand stand(level);
-        EXPECT_TRUE(takes_a_frame(stand));
-        EXPECT_EQ(interrupted.hits(), 1);
-        expect_log_until_shut_down(
-            stand, {trace("recv EINTR while receiving body, will retry via select\n")});
-    }
+    expect_body_read_is_retried(EINTR, interrupted_line);
 }
 
 TEST(ReceiverReading, RetriesAHeaderReadWithoutALineAndWithoutWaiting)
@@ -213,7 +211,7 @@ TEST(ReceiverReading, RetriesAHeaderReadWithoutALineAndWithoutWaiting)
 
 TEST(ReceiverReading, DropsAnUnknownTypeWithATraceLine)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         stand.link.send(make_message(0x1021, 0, pattern(77)) + make_message(0x1002f, 0, {}) +
                         make_message(0xFFFFFFFF, 0, pattern(3)));

@@ -17,13 +17,9 @@ namespace
 
 using steady = std::chrono::steady_clock;
 
-constexpr char again_line[] =
-    "recv EAGAIN/EWOULDBLOCK while receiving body, will retry via select\n";
-const told break_line{at_error_levels, 7, "recv ret == -1, break\n"};
-
 told socket_error_line(const char* what)
 {
-    return {at_every_level, 0, std::string("Socket error detected: ") + what + "\n"};
+    return {log_at_every_level, 0, std::string("Socket error detected: ") + what + "\n"};
 }
 
 } // namespace
@@ -38,7 +34,7 @@ TEST_P(ReceiverClosedWithEagain, EndsLikeASilentOneAfterSixSeconds)
 {
     fault no_body_yet("recv", EAGAIN, 2, 1);
     no_body_yet.on_thread(receiver_name);
-    receiver_stand stand(GetParam());
+    receiver_stand stand(level);
     EXPECT_TRUE(takes_a_frame(stand));
     EXPECT_EQ(no_body_yet.hits(), 1);
     const before_call slow("recv", dawdle);
@@ -48,7 +44,7 @@ TEST_P(ReceiverClosedWithEagain, EndsLikeASilentOneAfterSixSeconds)
                        error("ret: 0, tv_sec: 0\n"), exit_line("0")});
 }
 
-INSTANTIATE_TEST_SUITE_P(, ReceiverClosedWithEagain, testing::ValuesIn(all_levels), level_name);
+INSTANTIATE_TEST_SUITE_P(, ReceiverClosedWithEagain, all_levels(), level_name);
 
 TEST(ReceiverClosed, EndsLikeASilentOneWhenEintrIsLeftOver)
 {
@@ -61,9 +57,8 @@ TEST(ReceiverClosed, EndsLikeASilentOneWhenEintrIsLeftOver)
     stand.link.hang_up();
     ASSERT_TRUE(stand.receiver_ended());
     EXPECT_EQ(asked.count(), 0);
-    expect_log(stand,
-               {trace("recv EINTR while receiving body, will retry via select\n"),
-                error("no msg in 6 seconds!\n"), error("ret: 0, tv_sec: 0\n"), exit_line("0")});
+    expect_log(stand, {trace(interrupted_line), error("no msg in 6 seconds!\n"),
+                       error("ret: 0, tv_sec: 0\n"), exit_line("0")});
 }
 
 TEST(ReceiverClosed, CountsItsSixSecondsFromWhenTheEndArrived)
@@ -136,13 +131,14 @@ TEST_P(ReceiverSpinsOnEagain, UntilTheSocketHasAnError)
     const before_call slow("recv", dawdle);
     fault nothing("recv", EAGAIN);
     nothing.on_thread(receiver_name);
-    receiver_stand stand(GetParam());
+    receiver_stand stand(level);
     stand.link.reset(); // readable, but every read says that there is nothing
     ASSERT_TRUE(stand.receiver_ended());
-    expect_log(stand, {socket_error_line("Connection reset by peer"), break_line, exit_line("?")});
+    expect_log(stand,
+               {socket_error_line("Connection reset by peer"), header_break_line, exit_line("*")});
 }
 
-INSTANTIATE_TEST_SUITE_P(, ReceiverSpinsOnEagain, testing::ValuesIn(all_levels), level_name);
+INSTANTIATE_TEST_SUITE_P(, ReceiverSpinsOnEagain, all_levels(), level_name);
 
 TEST(ReceiverSpins, UntilTheSocketCannotBeAskedForItsError)
 {
@@ -155,7 +151,7 @@ TEST(ReceiverSpins, UntilTheSocketCannotBeAskedForItsError)
     stand.link.send(heartbeat_answer());
     ASSERT_TRUE(stand.receiver_ended());
     EXPECT_EQ(mute.hits(), 1);
-    expect_log(stand, {socket_error_line("Success"), break_line});
+    expect_log(stand, {socket_error_line("Success"), header_break_line});
 }
 
 TEST(ReceiverSpins, AndAsksForTheErrorOnEveryTurnOnceThreeSecondsArePast)
@@ -201,7 +197,7 @@ TEST(ReceiverPartialHeader, SpinsWithoutEndAndThenGoesOnUntilTheRunWordIsSeen)
     EXPECT_TRUE(stand.seen.wait_for_event(4));
     ASSERT_TRUE(stand.receiver_ended());
     expect_log(stand, {trace("msglen: 0, msgtype: 0x1022\n"),
-                       trace("recv msg ZU_SDK_MSG_RES_HEARTBEAT\n"), exit_line("?")});
+                       trace("recv msg ZU_SDK_MSG_RES_HEARTBEAT\n"), exit_line("*")});
 }
 
 TEST(ReceiverPartialHeader, SpinsWithoutEndAndThenGoesOnUntilThePipeIsSeen)
@@ -216,8 +212,7 @@ TEST(ReceiverPartialHeader, SpinsWithoutEndAndThenGoesOnUntilThePipeIsSeen)
     stand.link.send(bytes(whole.begin() + 11, whole.end()));
     ASSERT_TRUE(stand.receiver_ended());
     EXPECT_EQ(stand.seen.block_count(), 1U);
-    expect_log(stand,
-               {{at_every_level, 7, "Receiver thread received shutdown signal. Exiting.\n"}});
+    expect_log(stand, {shutdown_line});
 }
 
 TEST(ReceiverPartialHeader, IsCompletedAsIfNothingHadHappened)

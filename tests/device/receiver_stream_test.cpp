@@ -77,7 +77,7 @@ struct call_seen {
 
 TEST(ReceiverStream, DeliversASystemHeaderAndTakesNoteOfPictureAndSound)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         stand.link.send(hex("00 11 00 00  1c 00 00 00  00 00 00 00") + system_header());
         ASSERT_TRUE(stand.seen.wait_for_blocks(1));
@@ -96,7 +96,7 @@ TEST(ReceiverStream, DeliversASystemHeaderAndTakesNoteOfPictureAndSound)
 
 TEST(ReceiverStream, DeliversAKeyBlockAsKeyData)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         stand.link.send(hex("00 11 00 00  06 00 00 00  00 00 00 00  45 58 56 43 aa bb"));
         ASSERT_TRUE(stand.seen.wait_for_blocks(1));
@@ -232,7 +232,7 @@ TEST(ReceiverStream, ABodyTooShortForAFlagIsDeliveredWithTheCarriedOverType)
 
 TEST(ReceiverStream, AnEmptyBodyIsDeliveredWithTheCarriedOverType)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         EXPECT_EQ(types_of(stand,
                            stream_data("EXVC", {}) + make_message(0x1022, 0, text("FSYS")) +
@@ -308,50 +308,42 @@ TEST(ReceiverStream, UsesTheCallbackAndUserPointerOfTheMoment)
 namespace
 {
 
-std::string no_callback_line(const receiver_stand& stand)
+told no_callback_line(const receiver_stand& stand)
 {
-    char line[120];
-    snprintf(line, sizeof(line), "stream_callback is NULL for handle 0x%x! Cannot process data.\n",
-             stand.handle());
-    return line;
+    return error("stream_callback is NULL for " + handle_text(stand) + "! Cannot process data.\n");
 }
 
-std::string not_used_line(const receiver_stand& stand, int state)
+told not_used_line(const receiver_stand& stand, int state)
 {
-    char line[160];
-    snprintf(line, sizeof(line),
-             "sdk_user (handle 0x%x) is not in USED state (current state: %d) for "
-             "stream_callback.\n",
-             stand.handle(), state);
-    return line;
+    return support::not_used_line(stand, state, "stream_callback");
 }
 
 } // namespace
 
 TEST(ReceiverStream, DropsDataWithALineWhenThereIsNoCallback)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         stand.user->stream_callback = nullptr;
         stand.link.send(stream_data("KTVF", {}));
         ASSERT_TRUE(all_read(stand));
         stand.link.send(heartbeat_answer());
         EXPECT_TRUE(stand.seen.wait_for_event(4));
-        expect_log_until_shut_down(stand, {error(no_callback_line(stand)),
-                                           trace("msglen: 0, msgtype: 0x1022\n"),
-                                           trace("recv msg ZU_SDK_MSG_RES_HEARTBEAT\n")});
+        expect_log_until_shut_down(stand,
+                                   {no_callback_line(stand), trace("msglen: 0, msgtype: 0x1022\n"),
+                                    trace("recv msg ZU_SDK_MSG_RES_HEARTBEAT\n")});
         EXPECT_EQ(stand.seen.block_count(), 0U);
     }
 }
 
 TEST(ReceiverStream, DropsDataWithALineWhenTheUserIsNotInUse)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         stand.user->used = -1;
         stand.link.send(stream_data("KTVF", {}) + make_message(0x1100, -1, 0, {}));
         ASSERT_TRUE(all_read(stand));
-        expect_log_until_shut_down(stand, {error(not_used_line(stand, -1)),
+        expect_log_until_shut_down(stand, {not_used_line(stand, -1),
                                            trace("msglen: -1, msgtype: 0x1100\n"),
                                            error("msg too long, len: -1\n")});
         EXPECT_EQ(stand.seen.block_count(), 0U);
@@ -360,15 +352,15 @@ TEST(ReceiverStream, DropsDataWithALineWhenTheUserIsNotInUse)
 
 TEST(ReceiverStream, WritesBothLinesWithoutCallbackAndUser)
 {
-    for (const int level : all_levels) {
+    for (const int level : log_levels) {
         receiver_stand stand(level);
         stand.user->stream_callback = nullptr;
         stand.user->used = 0;
         stand.link.send(stream_data("KTVF", {}) + make_message(0x1100, -1, 0, {}));
         ASSERT_TRUE(all_read(stand));
-        expect_log_until_shut_down(
-            stand, {error(no_callback_line(stand)), error(not_used_line(stand, 0)),
-                    trace("msglen: -1, msgtype: 0x1100\n"), error("msg too long, len: -1\n")});
+        expect_log_until_shut_down(stand, {no_callback_line(stand), not_used_line(stand, 0),
+                                           trace("msglen: -1, msgtype: 0x1100\n"),
+                                           error("msg too long, len: -1\n")});
     }
 }
 

@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "log_story.h"
 #include "request_channel.h"
 #include "requester.h"
 #include "seam.h"
@@ -52,19 +53,11 @@ struct counter {
     }
 };
 
-enum gate { error_levels, trace_level };
-
-struct expected_line {
-    gate at;
-    int type;
-    const char* message;
-};
-
 struct situation {
     const char* name;
     outcome (*provoke)(counter&);
     outcome wanted;
-    std::vector<expected_line> lines;
+    story lines;
 };
 
 void PrintTo(const situation& what, std::ostream* out)
@@ -80,94 +73,66 @@ outcome answered(counter& at)
     return running.get();
 }
 
-outcome without_a_socket(counter& at)
-{
-    const fault failing("socket", EMFILE);
-    return at.call().get();
-}
-
-outcome unsendable(counter& at)
-{
-    const fault failing("sendto", ENOBUFS);
-    return at.call().get();
-}
-
-outcome unreadable(counter& at)
-{
-    const fault failing("recv", EIO);
-    auto running = at.call();
-    EXPECT_TRUE(at.desk.receive());
-    at.reply(pattern(16));
-    return running.get();
-}
-
-outcome unwaitable(counter& at)
-{
-    const fault failing("select", EINTR);
-    return at.call().get();
-}
-
 outcome unanswered(counter& at)
 {
     return at.call().get();
 }
 
-const expected_line entered = {trace_level, 7, "enter udp_tx_rx\n"};
-const expected_line has_socket = {trace_level, 7, "sock: *\n"};
-const expected_line sends = {trace_level, 7, "sendto port:* len:20\n"};
-const expected_line left = {error_levels, 7, "leave udp_tx_rx\n"};
+outcome without_a_socket(counter& at)
+{
+    const fault failing("socket", EMFILE);
+    return unanswered(at);
+}
+
+outcome unsendable(counter& at)
+{
+    const fault failing("sendto", ENOBUFS);
+    return unanswered(at);
+}
+
+outcome unreadable(counter& at)
+{
+    const fault failing("recv", EIO);
+    return answered(at);
+}
+
+outcome unwaitable(counter& at)
+{
+    const fault failing("select", EINTR);
+    return unanswered(at);
+}
+
+const told entered = trace("enter udp_tx_rx\n");
+const told has_socket = trace("sock: N\n");
+const told sends = trace("sendto port:N len:20\n");
+const told left = {log_at_error_levels, 7, "leave udp_tx_rx\n"};
 
 const situation at_every_level[] = {
-    {"Answered",
-     answered,
-     {16, 16},
-     {entered, has_socket, sends, {trace_level, 7, "recv len:16\n"}, left}},
-    {"WithoutASocket",
-     without_a_socket,
-     {-1, untouched},
-     {entered, {error_levels, 0, "socket fail!\n"}}},
+    {"Answered", answered, {16, 16}, {entered, has_socket, sends, trace("recv len:16\n"), left}},
+    {"WithoutASocket", without_a_socket, {-1, untouched}, {entered, error("socket fail!\n")}},
     {"Unsendable",
      unsendable,
      {-1, untouched},
-     {entered, has_socket, sends, {error_levels, 0, "socket fail!, sock: *\n"}, left}},
+     {entered, has_socket, sends, error("socket fail!, sock: N\n"), left}},
     {"Unreadable",
      unreadable,
      {-1, 0},
-     {entered, has_socket, sends, {error_levels, 0, "recv fail!, sock: *\n"}, left}},
+     {entered, has_socket, sends, error("recv fail!, sock: N\n"), left}},
 };
 
 const situation at_error_levels[] = {
     {"Unwaitable",
      unwaitable,
      {-1, untouched},
-     {entered, has_socket, sends, {error_levels, 0, "select faill!\n"}, left}},
+     {entered, has_socket, sends, error("select faill!\n"), left}},
     {"Unanswered",
      unanswered,
      {-1, untouched},
-     {entered, has_socket, sends, {error_levels, 0, "select wait for 3 seconds timeout!\n"}, left}},
+     {entered, has_socket, sends, error("select wait for 3 seconds timeout!\n"), left}},
 };
-
-// The message with the number after `word` left out.
-std::string without_number(std::string message, const std::string& word)
-{
-    const size_t from = message.find(word);
-    if (from == std::string::npos) {
-        return message;
-    }
-    const size_t start = from + word.size();
-    const size_t end = message.find_first_not_of("0123456789", start);
-    return message.replace(start, end - start, "*");
-}
 
 struct exchange_log : testing::TestWithParam<std::tuple<situation, int>> {
 };
-
-std::string name_of(const testing::TestParamInfo<std::tuple<situation, int>>& info)
-{
-    const int level = std::get<1>(info.param);
-    return std::string(std::get<0>(info.param).name) + "AtLevel" +
-           (level < 0 ? "Minus1" : std::to_string(level));
-}
 
 } // namespace
 
@@ -179,28 +144,20 @@ TEST_P(exchange_log, HasItsResultAndTheLinesOfTheLevelAndNoOthers)
     EXPECT_EQ(out.result, what.wanted.result);
     EXPECT_EQ(out.rxlen, what.wanted.rxlen);
 
-    std::vector<std::string> wanted;
-    for (const auto& line : what.lines) {
-        if (level == 2 || (level == 1 && line.at == error_levels)) {
-            wanted.push_back(std::to_string(line.type) + " udp_tx_rx " + line.message);
-        }
+    auto found = at.stand.log.lines();
+    for (log_line& line : found) {
+        line.message = without_number(without_number(line.message, "sock: "), "port:");
     }
-    std::vector<std::string> found;
-    for (const auto& line : at.stand.log.lines()) {
-        found.push_back(std::to_string(line.type) + " " + line.function + " " +
-                        without_number(without_number(line.message, "sock: "), "port:"));
-    }
-    EXPECT_EQ(found, wanted);
+    EXPECT_TRUE(is_story(found, "udp_tx_rx", level, what.lines));
 }
 
 INSTANTIATE_TEST_SUITE_P(, exchange_log,
-                         testing::Combine(testing::ValuesIn(at_every_level),
-                                          testing::Values(-1, 0, 1, 2)),
-                         name_of);
+                         testing::Combine(testing::ValuesIn(at_every_level), all_levels()),
+                         name_and_level);
 INSTANTIATE_TEST_SUITE_P(With, exchange_log,
                          testing::Combine(testing::ValuesIn(at_error_levels),
                                           testing::Values(1, 2)),
-                         name_of);
+                         name_and_level);
 
 TEST(exchange_lines, NameThePortOfTheSenderAndOneDescriptor)
 {
@@ -226,7 +183,7 @@ TEST(exchange_lines, NameTheDescriptorOfAFailedSend)
 
 TEST(exchange_lines, AFailedReceiveIsExplainedOnStandardErrorAtLevels1And2)
 {
-    for (const int level : {-1, 0, 1, 2}) {
+    for (const int level : log_levels) {
         counter at(level);
         testing::internal::CaptureStderr();
         unreadable(at);
@@ -241,14 +198,9 @@ TEST(exchange_lines, AFailedReceiveIsExplainedOnStandardErrorAtLevels1And2)
 namespace
 {
 
-struct exchange_limit : testing::TestWithParam<int> {
-    counter at{GetParam()};
+struct exchange_limit : at_level {
+    counter at{level};
 };
-
-std::string level_name(const testing::TestParamInfo<int>& info)
-{
-    return "AtLevel" + (info.param < 0 ? std::string("Minus1") : std::to_string(info.param));
-}
 
 using exchange_without_limit = exchange_limit;
 

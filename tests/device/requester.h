@@ -7,6 +7,7 @@
 
 #include <future>
 #include <pthread.h>
+#include <string>
 
 #include "wire_bytes.h"
 
@@ -30,6 +31,18 @@ inline bytes stamped(bytes datagram, unsigned short port)
     datagram.at(10) = 0;
     datagram.at(11) = 0;
     return datagram;
+}
+
+// The message with a number that the system chose, the one after `word`, written as N.
+inline std::string without_number(std::string message, const std::string& word)
+{
+    const size_t from = message.find(word);
+    if (from == std::string::npos) {
+        return message;
+    }
+    const size_t start = from + word.size();
+    const size_t end = message.find_first_not_of("0123456789", start);
+    return message.replace(start, end - start, "N");
 }
 
 template <class Call>

@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "log_story.h"
 #include "requester.h"
 #include "seam.h"
 #include "worker_stand.h"
@@ -21,23 +22,10 @@ using namespace support;
 namespace
 {
 
-enum gate { every_level, error_levels, trace_level };
-
-bool passes(gate g, int level)
-{
-    return g == every_level || level == 2 || (g == error_levels && level == 1);
-}
-
-struct expected_line {
-    gate at;
-    int type;
-    const char* message;
-};
-
 struct situation {
     const char* name;
     void (*provoke)(worker_stand&); // returns when the thread has said what it has to say
-    std::vector<expected_line> lines;
+    story lines;
 };
 
 void PrintTo(const situation& what, std::ostream* out)
@@ -147,57 +135,37 @@ void heartbeat_socket_error(worker_stand& stand)
 }
 
 const situation situations[] = {
-    {"WaitFails", wait_fails, {{error_levels, 0, "msgsender select faill!\n"}}},
+    {"WaitFails", wait_fails, {error("msgsender select faill!\n")}},
     {"ToldToEnd",
      told_to_end,
-     {{every_level, 7, "Sender thread received shutdown signal. Exiting.\n"}}},
-    {"UrgentByte", urgent_byte, {{error_levels, 0, "ext_sock exception happened!\n"}}},
+     {{log_at_every_level, 7, "Sender thread received shutdown signal. Exiting.\n"}}},
+    {"UrgentByte", urgent_byte, {error("ext_sock exception happened!\n")}},
     {"ResetByDevice",
      reset_by_device,
-     {{error_levels, 0, "Socket error detected during timeout: Connection reset by peer\n"}}},
-    {"ReadFails", read_fails, {{error_levels, 0, "recv data msg fail!\n"}}},
-    {"EmptyDatagram", empty_datagram, {{every_level, 0, "recvfrom ret: 0, break\n"}}},
-    {"ShortDatagram", short_datagram, {{error_levels, 0, "msg too short:11\n"}}},
+     {error("Socket error detected during timeout: Connection reset by peer\n")}},
+    {"ReadFails", read_fails, {error("recv data msg fail!\n")}},
+    {"EmptyDatagram", empty_datagram, {{log_at_every_level, 0, "recvfrom ret: 0, break\n"}}},
+    {"ShortDatagram", short_datagram, {error("msg too short:11\n")}},
     {"RequestForwarded",
      request_forwarded,
-     {{trace_level, 7, "recv msg(20 bytes) from port:*, then send out.\n"}}},
+     {trace("recv msg(20 bytes) from port:N, then send out.\n")}},
     {"ForwardFails",
      forward_fails,
-     {{trace_level, 7, "recv msg(20 bytes) from port:*, then send out.\n"},
-      {error_levels, 0, "send faill!\n"}}},
+     {trace("recv msg(20 bytes) from port:N, then send out.\n"), error("send faill!\n")}},
     {"HeartbeatTriesUsedUp",
      heartbeat_tries_used_up,
-     {{error_levels, 0,
-       "Heart beat send failed after 2 retries: Resource temporarily unavailable\n"}}},
+     {error("Heart beat send failed after 2 retries: Resource temporarily unavailable\n")}},
     {"HeartbeatHardError",
      heartbeat_hard_error,
-     {{error_levels, 0, "Heart beat send error: Broken pipe\n"},
-      {error_levels, 0, "Heart beat send failed after 2 retries: Broken pipe\n"}}},
+     {error("Heart beat send error: Broken pipe\n"),
+      error("Heart beat send failed after 2 retries: Broken pipe\n")}},
     {"HeartbeatSocketError",
      heartbeat_socket_error,
-     {{error_levels, 0, "Socket error detected: Connection reset by peer\n"}}},
+     {error("Socket error detected: Connection reset by peer\n")}},
 };
-
-// The message with a port that the system chose left out.
-std::string without_port(const std::string& message)
-{
-    const size_t from = message.find("port:");
-    const size_t to = message.find(',');
-    if (from == std::string::npos || to == std::string::npos) {
-        return message;
-    }
-    return message.substr(0, from + 5) + "*" + message.substr(to);
-}
 
 struct sender_log : testing::TestWithParam<std::tuple<situation, int>> {
 };
-
-std::string name_of(const testing::TestParamInfo<std::tuple<situation, int>>& info)
-{
-    const int level = std::get<1>(info.param);
-    return std::string(std::get<0>(info.param).name) + "AtLevel" +
-           (level < 0 ? "Minus1" : std::to_string(level));
-}
 
 } // namespace
 
@@ -208,26 +176,18 @@ TEST_P(sender_log, HasTheLinesOfTheLevelAndNoOthers)
     stand.start_sender();
     what.provoke(stand);
 
-    std::vector<std::string> wanted;
-    for (const auto& line : what.lines) {
-        if (passes(line.at, level)) {
-            wanted.push_back(std::to_string(line.type) + " sdk_msgsender_main " + line.message);
-        }
-    }
-    std::vector<std::string> found;
-    for (const auto& line : stand.log.lines()) {
+    std::vector<log_line> found;
+    for (const log_line& line : stand.log.lines()) {
         if (!is_first_or_last(line)) {
-            found.push_back(std::to_string(line.type) + " " + line.function + " " +
-                            without_port(line.message));
+            found.push_back({line.type, line.function, without_number(line.message, "port:")});
         }
     }
-    EXPECT_EQ(found, wanted);
+    EXPECT_TRUE(is_story(found, sender_thread, level, what.lines));
 }
 
 INSTANTIATE_TEST_SUITE_P(, sender_log,
-                         testing::Combine(testing::ValuesIn(situations),
-                                          testing::Values(-1, 0, 1, 2)),
-                         name_of);
+                         testing::Combine(testing::ValuesIn(situations), all_levels()),
+                         name_and_level);
 
 // ---- the ends of the thread, and the numbers in its lines --------------------------------------
 

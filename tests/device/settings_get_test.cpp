@@ -1,11 +1,9 @@
-// Reading settings: what ZU_NET_DEV_GetConfig refuses, what it sends, what it brings back and what
-// it logs.
+// Reading settings: what ZU_NET_DEV_GetConfig sends, what it brings back and what it logs.
 //
 // The device's part is played on a thread of its own for each exchange. Replies of odd lengths are
-// a matter of settings_replies_test.cpp.
+// a matter of settings_replies_test.cpp, what it refuses of request_refusals_test.cpp.
 #include <climits>
 
-#include "live_login.h"
 #include "settings_kit.h"
 
 using namespace support;
@@ -256,101 +254,22 @@ TEST(GetConfig, SendsTheTwoCommandsWithoutASelectorAlsoWithoutABuffer)
     }
 }
 
-// ---- refusals and failures ---------------------------------------------------------------------
+// ---- the log -----------------------------------------------------------------------------------
 
-class GetConfigAt : public at_level
-{
-};
-
-TEST_P(GetConfigAt, FailsBeforeInit)
-{
-    const log_tap log(GetParam());
-    const forbidden_page page;
-    // Everything else is wrong too: the first check decides.
-    EXPECT_EQ(ZU_NET_DEV_GetConfig(77, 0x1047, page.data(), 3141), -1);
-    EXPECT_EQ(ZU_NET_DEV_GetConfig(77, 0x1047, nullptr, 3141), -1);
-    const story once = {trace("enter ZU_NET_DEV_GetConfig\n"), error("zu_sdk_inited == 0\n")};
-    expect_story(log, GetParam(), entry, once + once);
-}
-
-TEST_P(GetConfigAt, RefusesALengthWithoutABuffer)
-{
-    const story wanted = {trace("enter ZU_NET_DEV_GetConfig\n"),
-                          error("u32BufLen > 0 && pBuf == NULL\n")};
-    request_stand stand(GetParam());
-    for (const ZU_U32 command : {0x1047U, 0x1048U, 0x1051U, 0x1052U, 0x3018U, other_command}) {
-        for (const ZU_U32 length : {1U, 3140U, 3141U, ~0U}) {
-            stand.log.forget();
-            EXPECT_EQ(ZU_NET_DEV_GetConfig(77, command, nullptr, length), -1);
-            expect_story(stand.log, GetParam(), entry, wanted);
-        }
-    }
-}
-
-TEST_P(GetConfigAt, RefusesALengthAbove3140WithALineWithoutAnEnd)
-{
-    const story wanted = {trace("enter ZU_NET_DEV_GetConfig\n"),
-                          error("u32BufLen > sizeof( struct zu_sdk_msg_config )")};
-    request_stand stand(GetParam());
-    const forbidden_page page;
-    for (const ZU_U32 handle : {stand.handle(), 77U}) {
-        for (const ZU_U32 length : {3141U, 0x80000000U, ~0U}) {
-            stand.log.forget();
-            EXPECT_EQ(ZU_NET_DEV_GetConfig(handle, 0x1047, page.data(), length), -1);
-            expect_story(stand.log, GetParam(), entry, wanted);
-        }
-    }
-    EXPECT_TRUE(stand.nothing_more_sent());
-}
-
-TEST_P(GetConfigAt, FailsForAnUnknownHandle)
-{
-    request_stand stand(GetParam());
-    const forbidden_page page;
-    EXPECT_EQ(ZU_NET_DEV_GetConfig(0x4321004D, 0x1047, page.data(), 44), -1);
-    expect_story(stand.log, GetParam(), entry,
-                 {trace("enter ZU_NET_DEV_GetConfig\n"), no_such_record(77), not_usable()});
-}
-
-TEST_P(GetConfigAt, FailsWhileTheLinkIsDown)
-{
-    request_stand stand(GetParam());
-    stand.user->used = -1;
-    const forbidden_page page;
-    EXPECT_EQ(ZU_NET_DEV_GetConfig(stand.handle(), 0x1047, page.data(), 44), -1);
-    expect_story(stand.log, GetParam(), entry,
-                 {trace("enter ZU_NET_DEV_GetConfig\n"), not_usable()});
-    EXPECT_TRUE(stand.nothing_more_sent());
-}
-
-TEST_P(GetConfigAt, FailsWithoutTouchingTheBufferWhenTheExchangeFails)
-{
-    worker_stand stand(GetParam());
-    const fault failing("sendto", ENOBUFS);
-    guarded_record record(pattern(44));
-    EXPECT_EQ(ZU_NET_DEV_GetConfig(stand.handle(), 0x1047, record.data(), 44), -1);
-    EXPECT_EQ(record.content(), pattern(44));
-    EXPECT_TRUE(record.guards_hold());
-    expect_story(stand.log, GetParam(), entry,
-                 {trace("enter ZU_NET_DEV_GetConfig\n"),
-                  {trace_level, 0, "ZU_NET_DEV_CMD_VIDEO_PARAM_EXT\n"},
-                  trace("send msg_req_makekeyframe.\n"),
-                  exchange_lines(),
-                  error("write faill!\n")});
-}
+using GetConfigAt = at_level;
 
 TEST_P(GetConfigAt, LogsTheSelectorsLineAsAnErrorAtLevel2AndTheRestAsATrace)
 {
-    request_stand stand(GetParam());
+    request_stand stand(level);
     for (const setting& s : settings) {
         stand.log.forget();
         guarded_record record(before_of(s));
         get(stand, s.command, record.data(), 44, with_record(s.command, -12, {}));
         story wanted = {trace("enter ZU_NET_DEV_GetConfig\n")};
         if (s.line != nullptr) {
-            wanted.push_back({trace_level, 0, s.line});
+            wanted.push_back({log_at_trace_level, 0, s.line});
         }
-        expect_story(stand.log, GetParam(), entry,
+        expect_story(stand.log, level, entry,
                      wanted + story{trace("send msg_req_makekeyframe.\n"), exchange_lines(),
                                     trace("get response code:-12\n"),
                                     trace("leave ZU_NET_DEV_GetConfig\n")});
@@ -359,41 +278,12 @@ TEST_P(GetConfigAt, LogsTheSelectorsLineAsAnErrorAtLevel2AndTheRestAsATrace)
 
 TEST_P(GetConfigAt, LogsNoLineOfASelectorForOtherCommands)
 {
-    request_stand stand(GetParam());
+    request_stand stand(level);
     get(stand, other_command, nullptr, 0, with_record(0x1047, 3, {}));
-    expect_story(stand.log, GetParam(), entry,
+    expect_story(stand.log, level, entry,
                  {trace("enter ZU_NET_DEV_GetConfig\n"), trace("send msg_req_makekeyframe.\n"),
                   exchange_lines(), trace("get response code:3\n"),
                   trace("leave ZU_NET_DEV_GetConfig\n")});
 }
 
 INSTANTIATE_TEST_SUITE_P(, GetConfigAt, all_levels(), level_name);
-
-TEST(GetConfig, FailsWhenTheDeviceDoesNotAnswer)
-{
-    request_stand stand(1);
-    guarded_record record(pattern(44));
-    EXPECT_EQ(ZU_NET_DEV_GetConfig(stand.handle(), 0x1047, record.data(), 44), -1);
-    EXPECT_EQ(record.content(), pattern(44));
-    EXPECT_EQ(stand.log.messages_of(entry), std::vector<std::string>{"write faill!\n"});
-}
-
-TEST(GetConfig, FailsAfterLogout)
-{
-    const inventory before;
-    {
-        serving_device device;
-        const library lib(1);
-        live_login login(device.port());
-        ASSERT_EQ(login.result(), 0);
-        ASSERT_TRUE(login.wait_until_up());
-        EXPECT_EQ(ZU_NET_DEV_GetConfig(login.handle(), other_command, nullptr, 0), 0);
-        ASSERT_EQ(login.log_out(), 0);
-        const log_tap log(1);
-        const forbidden_page page;
-        EXPECT_EQ(ZU_NET_DEV_GetConfig(login.handle(), 0x1047, page.data(), 44), -1);
-        expect_story(log, 1, entry, {no_such_record(login.handle() & 0xffff), not_usable()});
-        EXPECT_EQ(device.received(0x1071).size(), 1U);
-    }
-    EXPECT_EQ(before.left_over(), "");
-}

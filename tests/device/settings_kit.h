@@ -11,11 +11,12 @@
 #include <functional>
 #include <future>
 #include <string>
-#include <sys/mman.h>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "forbidden_page.h"
+#include "log_story.h"
 #include "seam.h"
 #include "wire_bytes.h"
 #include "worker_stand.h"
@@ -29,7 +30,7 @@ class request_stand : public worker_stand
 {
 public:
     // Level 0 by default: there an exchange has no time limit that a busy machine could exceed.
-    explicit request_stand(int log_level = 0) : worker_stand(log_level)
+    explicit request_stand(int level = 0) : worker_stand(level)
     {
         start_sender();
         start_receiver();
@@ -203,62 +204,17 @@ private:
     bytes memory;
 };
 
-// Memory that ends the process when it is read or written.
-class forbidden_page
-{
-public:
-    forbidden_page() : page(mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))
-    {
-        EXPECT_NE(page, MAP_FAILED);
-    }
-    ~forbidden_page()
-    {
-        munmap(page, size);
-    }
-    forbidden_page(const forbidden_page&) = delete;
-    forbidden_page& operator=(const forbidden_page&) = delete;
-
-    void* data() const
-    {
-        return page;
-    }
-
-private:
-    static constexpr size_t size = 4096;
-    void* const page;
-};
-
 // ---- the log -----------------------------------------------------------------------------------
-
-enum gate { error_levels, trace_level };
-
-struct told {
-    gate at;
-    int type;
-    std::string message;
-    std::string function = {}; // empty: the entry point's own
-};
-using story = std::vector<told>;
-
-inline told trace(const std::string& message)
-{
-    return {trace_level, 7, message};
-}
-
-inline told error(const std::string& message)
-{
-    return {error_levels, 0, message};
-}
 
 // Stands for all lines of the exchange, which are tested with it: its last line.
 inline told exchange_lines()
 {
-    return {error_levels, 7, "leave udp_tx_rx\n", "udp_tx_rx"};
+    return {log_at_error_levels, 7, "leave udp_tx_rx\n", "udp_tx_rx"};
 }
 
 inline told no_such_record(int slot)
 {
-    return {error_levels, 0, "sdkuser invalid! index: " + std::to_string(slot) + "\n",
+    return {log_at_error_levels, 0, "sdkuser invalid! index: " + std::to_string(slot) + "\n",
             "get_sdkuser"};
 }
 
@@ -267,30 +223,12 @@ inline told not_usable()
     return error("sdk_user == NULL || sdk_user->used != ZU_SDK_USER_USED\n");
 }
 
-inline story operator+(story left, const story& right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
-inline std::string line_text(int type, const std::string& function, const std::string& message)
-{
-    return std::to_string(type) + " " + function + ": " + message;
-}
-
 // What the calling thread has logged, workers left out and each run of exchange lines cut down to
-// its last one, must be what `lines` says at this level: types, functions, texts and order.
+// its last one, must be what `lines` says at this level.
 inline void expect_story(const log_tap& log, int level, const std::string& entry_point,
                          const story& lines)
 {
-    std::vector<std::string> wanted;
-    for (const told& line : lines) {
-        if (level == 2 || (level == 1 && line.at == error_levels)) {
-            wanted.push_back(line_text(
-                line.type, line.function.empty() ? entry_point : line.function, line.message));
-        }
-    }
-    std::vector<std::string> found;
+    std::vector<log_line> found;
     bool in_exchange = false;
     for (const log_line& line : log.lines()) {
         const bool exchange = line.function == "udp_tx_rx";
@@ -301,24 +239,9 @@ inline void expect_story(const log_tap& log, int level, const std::string& entry
             found.pop_back();
         }
         in_exchange = exchange;
-        found.push_back(line_text(line.type, line.function, line.message));
+        found.push_back(line);
     }
-    EXPECT_EQ(found, wanted) << entry_point << " at level " << level;
-}
-
-// For tests that run once for each level.
-class at_level : public testing::TestWithParam<int>
-{
-};
-
-inline auto all_levels()
-{
-    return testing::Values(-1, 0, 1, 2);
-}
-
-inline std::string level_name(const testing::TestParamInfo<int>& info)
-{
-    return info.param < 0 ? "LevelMinus1" : "Level" + std::to_string(info.param);
+    EXPECT_TRUE(is_story(found, entry_point, level, lines));
 }
 
 } // namespace support

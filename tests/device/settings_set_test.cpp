@@ -1,11 +1,10 @@
-// Writing settings: what ZU_NET_DEV_SetConfig refuses, what it sends, what it returns and what it
-// logs.
+// Writing settings: what ZU_NET_DEV_SetConfig sends, what it returns and what it logs.
 //
 // The device's part is played on a thread of its own for each exchange. Replies of odd lengths are
-// a matter of settings_replies_test.cpp.
+// a matter of settings_replies_test.cpp, what it refuses of request_refusals_test.cpp.
 #include <climits>
+#include <sys/mman.h>
 
-#include "live_login.h"
 #include "settings_kit.h"
 
 using namespace support;
@@ -180,93 +179,18 @@ TEST(SetConfig, CopiesNothingBackForAnyCommand)
     }
 }
 
-// ---- refusals and failures ---------------------------------------------------------------------
+// ---- the log -----------------------------------------------------------------------------------
 
-class SetConfigAt : public at_level
-{
-};
-
-TEST_P(SetConfigAt, FailsBeforeInit)
-{
-    const log_tap log(GetParam());
-    const forbidden_page page;
-    // Everything else is wrong too: the first check decides.
-    EXPECT_EQ(ZU_NET_DEV_SetConfig(77, 0x1047, page.data(), 3141), -1);
-    EXPECT_EQ(ZU_NET_DEV_SetConfig(77, 0x1047, nullptr, 3141), -1);
-    const story once = {trace("enter ZU_NET_DEV_SetConfig\n"), error("zu_sdk_inited == 0\n")};
-    expect_story(log, GetParam(), entry, once + once);
-}
-
-TEST_P(SetConfigAt, RefusesALengthWithoutABuffer)
-{
-    const story wanted = {trace("enter ZU_NET_DEV_SetConfig\n"),
-                          error("u32BufLen > 0 && pBuf == NULL\n")};
-    request_stand stand(GetParam());
-    for (const ZU_U32 handle : {stand.handle(), 77U}) {
-        for (const ZU_U32 length : {1U, 3140U, 3141U, ~0U}) {
-            stand.log.forget();
-            EXPECT_EQ(ZU_NET_DEV_SetConfig(handle, 0x1047, nullptr, length), -1);
-            expect_story(stand.log, GetParam(), entry, wanted);
-        }
-    }
-    EXPECT_TRUE(stand.nothing_more_sent());
-}
-
-TEST_P(SetConfigAt, RefusesALengthAbove3140WithALineWithoutAnEnd)
-{
-    const story wanted = {trace("enter ZU_NET_DEV_SetConfig\n"),
-                          error("u32BufLen > sizeof( struct zu_sdk_msg_config )")};
-    request_stand stand(GetParam());
-    const forbidden_page page;
-    for (const ZU_U32 handle : {stand.handle(), 77U}) {
-        for (const ZU_U32 length : {3141U, 0x80000000U, ~0U}) {
-            stand.log.forget();
-            EXPECT_EQ(ZU_NET_DEV_SetConfig(handle, 0x1047, page.data(), length), -1);
-            expect_story(stand.log, GetParam(), entry, wanted);
-        }
-    }
-    EXPECT_TRUE(stand.nothing_more_sent());
-}
-
-TEST_P(SetConfigAt, FailsForAnUnknownHandle)
-{
-    request_stand stand(GetParam());
-    const forbidden_page page;
-    EXPECT_EQ(ZU_NET_DEV_SetConfig(0x4321004D, 0x1047, page.data(), 44), -1);
-    expect_story(stand.log, GetParam(), entry,
-                 {trace("enter ZU_NET_DEV_SetConfig\n"), no_such_record(77), not_usable()});
-}
-
-TEST_P(SetConfigAt, FailsWhileTheLinkIsDown)
-{
-    request_stand stand(GetParam());
-    stand.user->used = -1;
-    const forbidden_page page;
-    EXPECT_EQ(ZU_NET_DEV_SetConfig(stand.handle(), 0x1047, page.data(), 44), -1);
-    expect_story(stand.log, GetParam(), entry,
-                 {trace("enter ZU_NET_DEV_SetConfig\n"), not_usable()});
-    EXPECT_TRUE(stand.nothing_more_sent());
-}
-
-TEST_P(SetConfigAt, FailsWhenTheExchangeFails)
-{
-    worker_stand stand(GetParam());
-    const fault failing("sendto", ENOBUFS);
-    bytes record = pattern(44);
-    EXPECT_EQ(ZU_NET_DEV_SetConfig(stand.handle(), 0x1047, record.data(), 44), -1);
-    expect_story(stand.log, GetParam(), entry,
-                 {trace("enter ZU_NET_DEV_SetConfig\n"), trace("send msg_req_makekeyframe.\n"),
-                  exchange_lines(), error("write faill!\n")});
-}
+using SetConfigAt = at_level;
 
 TEST_P(SetConfigAt, LogsTheBorrowedLabelAndNoLineOfASelector)
 {
-    request_stand stand(GetParam());
+    request_stand stand(level);
     bytes record = pattern(44);
     for (const ZU_U32 command : {0x1047U, 0x1048U, 0x1052U, 0x2002U}) {
         stand.log.forget();
         set(stand, command, record.data(), 44, with_code(-12));
-        expect_story(stand.log, GetParam(), entry,
+        expect_story(stand.log, level, entry,
                      {trace("enter ZU_NET_DEV_SetConfig\n"), trace("send msg_req_makekeyframe.\n"),
                       exchange_lines(), trace("get response code:-12\n"),
                       trace("leave ZU_NET_DEV_SetConfig\n")});
@@ -274,30 +198,3 @@ TEST_P(SetConfigAt, LogsTheBorrowedLabelAndNoLineOfASelector)
 }
 
 INSTANTIATE_TEST_SUITE_P(, SetConfigAt, all_levels(), level_name);
-
-TEST(SetConfig, FailsWhenTheDeviceDoesNotAnswer)
-{
-    request_stand stand(1);
-    bytes record = pattern(44);
-    EXPECT_EQ(ZU_NET_DEV_SetConfig(stand.handle(), 0x1047, record.data(), 44), -1);
-    EXPECT_EQ(stand.log.messages_of(entry), std::vector<std::string>{"write faill!\n"});
-}
-
-TEST(SetConfig, FailsAfterLogout)
-{
-    const inventory before;
-    {
-        serving_device device;
-        const library lib(1);
-        live_login login(device.port());
-        ASSERT_EQ(login.result(), 0);
-        ASSERT_TRUE(login.wait_until_up());
-        EXPECT_EQ(ZU_NET_DEV_SetConfig(login.handle(), 0x1047, nullptr, 0), 0);
-        ASSERT_EQ(login.log_out(), 0);
-        const log_tap log(1);
-        EXPECT_EQ(ZU_NET_DEV_SetConfig(login.handle(), 0x1047, nullptr, 0), -1);
-        expect_story(log, 1, entry, {no_such_record(login.handle() & 0xffff), not_usable()});
-        EXPECT_EQ(device.received(0x1061).size(), 1U);
-    }
-    EXPECT_EQ(before.left_over(), "");
-}

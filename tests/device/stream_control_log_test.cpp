@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "log_story.h"
 #include "requester.h"
 #include "seam.h"
 #include "stream_control.h"
@@ -83,20 +84,12 @@ ZU_S32 repeated_start(counter& at)
 
 enum circumstance { answered_with_minus_3, without_init, link_down, sender_down, send_fails };
 
-enum gate { error_levels, trace_level };
-
-struct expected_line {
-    gate at;
-    int type;
-    const char* message;
-};
-
 struct situation {
     const char* name;
     const char* function;
     operation call;
     circumstance when;
-    std::vector<expected_line> lines;
+    story lines;
 };
 
 void PrintTo(const situation& what, std::ostream* out)
@@ -130,18 +123,16 @@ constexpr char stop_name[] = "ZU_NET_DEV_StopStream";
 constexpr char key_frame_name[] = "ZU_NET_DEV_MakeKeyFrame";
 constexpr char repeated_name[] = "in_startstream";
 
-constexpr expected_line start_entered = {trace_level, 7,
-                                         "enter ZU_NET_DEV_StartStreamExt, u32Handle: HANDLE\n"};
-constexpr expected_line start_sends = {trace_level, 7,
-                                       "send msg_req_startstream. stream:2 type:5\n"};
-constexpr expected_line stop_entered = {trace_level, 7, "enter ZU_NET_DEV_StopStream\n"};
-constexpr expected_line stop_sends = {trace_level, 7, "send msg_req_startstream.\n"};
-constexpr expected_line key_frame_entered = {trace_level, 7, "enter ZU_NET_DEV_MakeKeyFrame\n"};
-constexpr expected_line key_frame_sends = {trace_level, 7, "send msg_req_makekeyframe.\n"};
-constexpr expected_line repeated_entered = {trace_level, 7, "enter in_startstream\n"};
-constexpr expected_line responded = {trace_level, 7, "get response code:-3\n"};
-constexpr expected_line unwritten = {error_levels, 0, "write faill!\n"};
-constexpr expected_line no_init = {error_levels, 0, "zu_sdk_inited == 0\n"};
+const told start_entered = trace("enter ZU_NET_DEV_StartStreamExt, u32Handle: HANDLE\n");
+const told start_sends = trace("send msg_req_startstream. stream:2 type:5\n");
+const told stop_entered = trace("enter ZU_NET_DEV_StopStream\n");
+const told stop_sends = trace("send msg_req_startstream.\n");
+const told key_frame_entered = trace("enter ZU_NET_DEV_MakeKeyFrame\n");
+const told key_frame_sends = trace("send msg_req_makekeyframe.\n");
+const told repeated_entered = trace("enter in_startstream\n");
+const told responded = trace("get response code:-3\n");
+const told unwritten = error("write faill!\n");
+const told no_init = error("zu_sdk_inited == 0\n");
 constexpr char no_user[] = "sdk_user == NULL || sdk_user->used != ZU_SDK_USER_USED\n";
 
 const situation situations[] = {
@@ -149,53 +140,47 @@ const situation situations[] = {
      start_name,
      start,
      answered_with_minus_3,
-     {start_entered,
-      start_sends,
-      responded,
-      {trace_level, 7, "leave ZU_NET_DEV_StartStreamExt\n"}}},
+     {start_entered, start_sends, responded, trace("leave ZU_NET_DEV_StartStreamExt\n")}},
     {"StartUnsent", start_name, start, send_fails, {start_entered, start_sends, unwritten}},
     {"StartWithoutInit",
      start_name,
      start,
      without_init,
-     {start_entered, {error_levels, 0, "zu_sdk_inited == 0 || pstruStreamInfo == 0\n"}}},
+     {start_entered, error("zu_sdk_inited == 0 || pstruStreamInfo == 0\n")}},
     {"StartOfStream9",
      start_name,
      start_of_stream_9,
      send_fails,
-     {start_entered, {error_levels, 0, "pstruStreamInfo->u32Stream invalid: 9\n"}}},
+     {start_entered, error("pstruStreamInfo->u32Stream invalid: 9\n")}},
     {"StartOfType6",
      start_name,
      start_of_type_6,
      send_fails,
-     {start_entered, {error_levels, 0, "pstruStreamInfo->u8Type invalid: 6\n"}}},
+     {start_entered, error("pstruStreamInfo->u8Type invalid: 6\n")}},
     {"StartWithLinkDown",
      start_name,
      start,
      link_down,
-     {start_entered, {error_levels, 0, "sdk_user invalid\n"}}},
+     {start_entered, error("sdk_user invalid\n")}},
     {"StopAnswered",
      stop_name,
      stop,
      answered_with_minus_3,
-     {stop_entered, stop_sends, responded, {trace_level, 7, "leave ZU_NET_DEV_StopStream\n"}}},
+     {stop_entered, stop_sends, responded, trace("leave ZU_NET_DEV_StopStream\n")}},
     {"StopUnsent", stop_name, stop, send_fails, {stop_entered, stop_sends, unwritten}},
     {"StopWithoutInit", stop_name, stop, without_init, {stop_entered, no_init}},
-    {"StopWithLinkDown", stop_name, stop, link_down, {stop_entered, {error_levels, 0, no_user}}},
+    {"StopWithLinkDown", stop_name, stop, link_down, {stop_entered, error(no_user)}},
     {"StopWithSenderDown",
      stop_name,
      stop,
      sender_down,
      {stop_entered,
-      {error_levels, 0, "sdk_user->msgsender_started == 0 || sdk_user->msgrecver_started == 0\n"}}},
+      error("sdk_user->msgsender_started == 0 || sdk_user->msgrecver_started == 0\n")}},
     {"KeyFrameAnswered",
      key_frame_name,
      key_frame,
      answered_with_minus_3,
-     {key_frame_entered,
-      key_frame_sends,
-      responded,
-      {trace_level, 7, "leave ZU_NET_DEV_MakeKeyFrame\n"}}},
+     {key_frame_entered, key_frame_sends, responded, trace("leave ZU_NET_DEV_MakeKeyFrame\n")}},
     {"KeyFrameUnsent",
      key_frame_name,
      key_frame,
@@ -206,43 +191,39 @@ const situation situations[] = {
      key_frame_name,
      key_frame_15,
      send_fails,
-     {key_frame_entered, {error_levels, 0, "u32Stream < 11 && u32Stream > 14\n"}}},
+     {key_frame_entered, error("u32Stream < 11 && u32Stream > 14\n")}},
     {"KeyFrameWithLinkDown",
      key_frame_name,
      key_frame,
      link_down,
-     {key_frame_entered, {error_levels, 0, no_user}}},
+     {key_frame_entered, error(no_user)}},
     {"RepeatedStartAnswered",
      repeated_name,
      repeated_start,
      answered_with_minus_3,
-     {repeated_entered, {trace_level, 7, "leave in_startstream\n"}}},
+     {repeated_entered, trace("leave in_startstream\n")}},
     {"RepeatedStartUnsent", repeated_name, repeated_start, send_fails, {repeated_entered}},
     {"RepeatedStartWithLinkDown",
      repeated_name,
      repeated_start,
      link_down,
-     {repeated_entered, {trace_level, 7, no_user}}},
+     {repeated_entered, trace(no_user)}},
 };
 
-std::string with_handle(std::string message, ZU_U32 handle)
+// The lines with the handle in its place.
+story with_handle(story lines, ZU_U32 handle)
 {
-    const size_t at = message.find("HANDLE");
-    if (at != std::string::npos) {
-        message.replace(at, 6, std::to_string(static_cast<int>(handle)));
+    for (told& line : lines) {
+        const size_t at = line.message.find("HANDLE");
+        if (at != std::string::npos) {
+            line.message.replace(at, 6, std::to_string(static_cast<int>(handle)));
+        }
     }
-    return message;
+    return lines;
 }
 
 struct stream_control_log : testing::TestWithParam<std::tuple<situation, int>> {
 };
-
-std::string name_of(const testing::TestParamInfo<std::tuple<situation, int>>& info)
-{
-    const int level = std::get<1>(info.param);
-    return std::string(std::get<0>(info.param).name) + "AtLevel" +
-           (level < 0 ? "Minus1" : std::to_string(level));
-}
 
 } // namespace
 
@@ -253,24 +234,13 @@ TEST_P(stream_control_log, HasTheLinesOfTheLevelAndNoOthers)
     const ZU_S32 result = call_when(what.when, what.call, at);
     EXPECT_EQ(result, what.when == answered_with_minus_3 ? -3 : -1);
 
-    std::vector<std::string> wanted;
-    for (const auto& line : what.lines) {
-        if (level == 2 || (level == 1 && line.at == error_levels)) {
-            wanted.push_back(std::to_string(line.type) + " " +
-                             with_handle(line.message, at.stand.handle()));
-        }
-    }
-    std::vector<std::string> found;
-    for (const auto& line : at.stand.log.lines_of(what.function)) {
-        found.push_back(std::to_string(line.type) + " " + line.message);
-    }
-    EXPECT_EQ(found, wanted);
+    EXPECT_TRUE(
+        told_by(at.stand.log, what.function, level, with_handle(what.lines, at.stand.handle())));
 }
 
 INSTANTIATE_TEST_SUITE_P(, stream_control_log,
-                         testing::Combine(testing::ValuesIn(situations),
-                                          testing::Values(-1, 0, 1, 2)),
-                         name_of);
+                         testing::Combine(testing::ValuesIn(situations), all_levels()),
+                         name_and_level);
 
 namespace
 {

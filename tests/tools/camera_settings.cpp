@@ -48,6 +48,13 @@ const std::vector<written> known = {{video_setting, good_video, {0, 2}},
                                     {qp_setting, {2, 40}, {2}},
                                     {preset_setting, good_presets, {}}};
 
+void expect_kept(camera_client& client, const written& wanted)
+{
+    const setting found = read_setting(client, wanted.command, wanted.selector);
+    EXPECT_EQ(found.code, done);
+    EXPECT_EQ(found.record, record_of(wanted.record)) << std::hex << wanted.command;
+}
+
 TEST(CameraSettings, ItStartsWithSensibleValues)
 {
     const zucam::camera camera(numbered());
@@ -59,9 +66,7 @@ TEST(CameraSettings, ItStartsWithSensibleValues)
         {qp_setting, {1, 26}, {1}},
         {preset_setting, {0}, {}}};
     for (const written& each : wanted) {
-        const setting found = read_setting(client, each.command, each.selector);
-        EXPECT_EQ(found.code, done);
-        EXPECT_EQ(found.record, record_of(each.record)) << std::hex << each.command;
+        expect_kept(client, each);
     }
 }
 
@@ -71,9 +76,7 @@ TEST(CameraSettings, TheFiveRecordsMakeTheRoundTripByteForByte)
     camera_client client(camera.port());
     for (const written& each : known) {
         EXPECT_EQ(write_setting(client, each.command, record_of(each.record)), done);
-        const setting found = read_setting(client, each.command, each.selector);
-        EXPECT_EQ(found.code, done);
-        EXPECT_EQ(found.record, record_of(each.record)) << std::hex << each.command;
+        expect_kept(client, each);
     }
 }
 

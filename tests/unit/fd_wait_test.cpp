@@ -103,12 +103,10 @@ TEST(FdWait, SeesWhatCanBeWritten)
 
 TEST(FdWait, SeesAnUrgentByteAsAnException)
 {
-    scripted_device device;
-    const owned_socket sock(tcp_ext_connect("127.0.0.1", device.port(), 1000));
-    peer end = device.accept();
-    end.send_urgent('!');
+    connection link;
+    link.end.send_urgent('!');
 
-    fd_watch watch = {sock, fd_readable | fd_exceptional, 0};
+    fd_watch watch = {link.sock, fd_readable | fd_exceptional, 0};
     timeval timeout = a_while();
     EXPECT_EQ(fd_wait(&watch, 1, &timeout), 1);
 
@@ -117,14 +115,12 @@ TEST(FdWait, SeesAnUrgentByteAsAnException)
 
 TEST(FdWait, TellsAllThatIsReadyOfOneDescriptor)
 {
-    scripted_device device;
-    const owned_socket sock(tcp_ext_connect("127.0.0.1", device.port(), 1000));
-    peer end = device.accept();
-    end.send(text("x"));
+    connection link;
+    link.end.send(text("x"));
     unsigned char ready = 0;
-    ASSERT_TRUE(eventually([&] { return look(sock, &ready) == 1; }));
+    ASSERT_TRUE(eventually([&] { return look(link.sock, &ready) == 1; }));
 
-    fd_watch watch = {sock, fd_readable | fd_writable | fd_exceptional, 0};
+    fd_watch watch = {link.sock, fd_readable | fd_writable | fd_exceptional, 0};
     timeval timeout = a_while();
     EXPECT_EQ(fd_wait(&watch, 1, &timeout), 2);
 

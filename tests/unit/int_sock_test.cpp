@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "expected_lines.h"
 #include "link.h"
+#include "log_story.h"
 #include "log_tap.h"
 #include "process_probe.h"
 #include "seam.h"
@@ -81,26 +81,27 @@ TEST(IntSockItself, TakesDatagramsAndIsNotInherited)
 
 TEST_P(IntSock, SaysWhatItHasMade)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
 
     EXPECT_EQ(build(), 0);
 
     const std::string numbers =
         "int_sock:" + std::to_string(sock) + " int_port:" + std::to_string(port) + "\n";
-    expect_lines(
-        log, GetParam(), who,
-        {trace("enter build_int_sock\n"), trace("leave build_int_sock\n"), trace(numbers)});
+    EXPECT_TRUE(all_told(
+        log, who, level,
+        {trace("enter build_int_sock\n"), trace("leave build_int_sock\n"), trace(numbers)}));
     close(sock);
 }
 
 TEST_P(IntSock, FailsWithoutASocketAndTouchesNothing)
 {
     const fault none("socket", EMFILE);
-    const log_tap log(GetParam());
+    const log_tap log(level);
 
     EXPECT_EQ(build(), -1);
 
-    expect_lines(log, GetParam(), who, {trace("enter build_int_sock\n"), error("socket fail!\n")});
+    EXPECT_TRUE(
+        all_told(log, who, level, {trace("enter build_int_sock\n"), error("socket fail!\n")}));
     EXPECT_EQ(sock, -7);
     EXPECT_EQ(port, -7);
 }
@@ -108,13 +109,13 @@ TEST_P(IntSock, FailsWithoutASocketAndTouchesNothing)
 TEST_P(IntSock, FailsWhenItCanNotBeBoundAndClosesIt)
 {
     const fault unbound("bind", EADDRINUSE);
-    const log_tap log(GetParam());
+    const log_tap log(level);
 
     EXPECT_EQ(build(), -1);
 
-    expect_lines(log, GetParam(), who,
-                 {trace("enter build_int_sock\n"), error("bind fail!\n"),
-                  trace("leave build_int_sock -1\n")});
+    EXPECT_TRUE(all_told(log, who, level,
+                         {trace("enter build_int_sock\n"), error("bind fail!\n"),
+                          trace("leave build_int_sock -1\n")}));
     EXPECT_EQ(sock, -7);
     EXPECT_EQ(port, -7);
 }
@@ -122,16 +123,16 @@ TEST_P(IntSock, FailsWhenItCanNotBeBoundAndClosesIt)
 TEST_P(IntSock, FailsWhenItsPortCanNotBeReadAndKeepsTheClosedNumber)
 {
     const fault nameless("getsockname", ENOBUFS);
-    const log_tap log(GetParam());
+    const log_tap log(level);
 
     EXPECT_EQ(build(), -1);
 
-    expect_lines(log, GetParam(), who,
-                 {trace("enter build_int_sock\n"), error("getsockname fail!\n"),
-                  trace("leave build_int_sock -1\n")});
+    EXPECT_TRUE(all_told(log, who, level,
+                         {trace("enter build_int_sock\n"), error("getsockname fail!\n"),
+                          trace("leave build_int_sock -1\n")}));
     EXPECT_GE(sock, 0);
     EXPECT_FALSE(is_open(sock));
     EXPECT_EQ(port, -7);
 }
 
-INSTANTIATE_TEST_SUITE_P(AtEveryLevel, IntSock, all_levels(), name_level);
+INSTANTIATE_TEST_SUITE_P(AtEveryLevel, IntSock, all_levels(), level_name);

@@ -11,7 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "expected_lines.h"
+#include "log_story.h"
 #include "log_tap.h"
 #include "process_probe.h"
 #include "sdk_user.h"
@@ -135,45 +135,46 @@ TEST_F(LibraryState, LeavesNothingBehind)
 
 // ---- lines -------------------------------------------------------------------------------------
 
-class LibraryLines : public LibraryState, public testing::WithParamInterface<int>
+class LibraryLines : public LibraryState, public with_level
 {
 };
 
 TEST_P(LibraryLines, OfAGoodInit)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
     ZU_NET_DEV_Init();
-    expect_lines(log, GetParam(), init,
-                 {trace("enter ZU_NET_DEV_Init\n"), trace("leave ZU_NET_DEV_Init\n")});
+    EXPECT_TRUE(all_told(log, init, level,
+                         {trace("enter ZU_NET_DEV_Init\n"), trace("leave ZU_NET_DEV_Init\n")}));
 }
 
 TEST_P(LibraryLines, OfASecondInit)
 {
     ZU_NET_DEV_Init();
-    const log_tap log(GetParam());
+    const log_tap log(level);
     ZU_NET_DEV_Init();
-    expect_lines(log, GetParam(), init,
-                 {trace("enter ZU_NET_DEV_Init\n"), error("zu_sdk_inited == 1\n")});
+    EXPECT_TRUE(all_told(log, init, level,
+                         {trace("enter ZU_NET_DEV_Init\n"), error("zu_sdk_inited == 1\n")}));
 }
 
 TEST_P(LibraryLines, OfAnInitWithoutMutex)
 {
     const fault mutex("pthread_mutex_init", ENOMEM);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     ZU_NET_DEV_Init();
-    expect_lines(log, GetParam(), init,
-                 {trace("enter ZU_NET_DEV_Init\n"), error("pthread_mutex_init() failed\n")});
+    EXPECT_TRUE(
+        all_told(log, init, level,
+                 {trace("enter ZU_NET_DEV_Init\n"), error("pthread_mutex_init() failed\n")}));
 }
 
 TEST_P(LibraryLines, OfADeInit)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
     ZU_NET_DEV_DeInit();
-    expect_lines(log, GetParam(), deinit,
-                 {trace("enter ZU_NET_DEV_DeInit\n"), trace("leave ZU_NET_DEV_DeInit\n")});
+    EXPECT_TRUE(all_told(log, deinit, level,
+                         {trace("enter ZU_NET_DEV_DeInit\n"), trace("leave ZU_NET_DEV_DeInit\n")}));
 }
 
-INSTANTIATE_TEST_SUITE_P(AtEveryLevel, LibraryLines, all_levels(), name_level);
+INSTANTIATE_TEST_SUITE_P(AtEveryLevel, LibraryLines, all_levels(), level_name);
 
 // ---- who asks whether the library is initialised -----------------------------------------------
 

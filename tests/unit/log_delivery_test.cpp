@@ -1,7 +1,6 @@
 // Where a line of the log goes: the installed callback, or standard output.
 //
-// The callbacks note what they get without a lock where the test logs on one thread at a time, and
-// in atomics where lines are written at once.
+// Where lines are written at once, the callbacks note what they get in atomics.
 #include <atomic>
 #include <string>
 #include <thread>
@@ -10,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "kept_lines.h"
 #include "log.h"
 #include "log_tap.h"
 
@@ -17,38 +17,6 @@ using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::MatchesRegex;
-
-namespace
-{
-
-struct delivered {
-    std::string bare; // what the application finds in dbgout_info meanwhile
-    const char* where;
-};
-
-std::vector<delivered> kept;
-
-void keep(int /*type*/, const char* line)
-{
-    kept.push_back({dbgout_info, line});
-}
-
-std::vector<std::string> kept_messages()
-{
-    std::vector<std::string> out;
-    for (const auto& line : kept) {
-        out.push_back(line.bare);
-    }
-    return out;
-}
-
-void keep_lines_at(int level)
-{
-    ZU_NET_DEV_SetLogCallback(keep);
-    set_log_level(level);
-}
-
-} // namespace
 
 TEST(LogDelivery, GoesToStandardOutputWithoutACallback)
 {

@@ -1,7 +1,7 @@
 // The diagnostic log: which lines are wanted and how a line is built.
 //
-// Most tests install a log callback of their own and write lines through the library's own
-// spellings, on the test's thread; `kept` is touched by that thread alone.
+// Most tests install a log callback and write lines through the library's own spellings, on the
+// test's thread.
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -13,8 +13,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "expected_lines.h"
+#include "kept_lines.h"
 #include "log.h"
+#include "log_story.h"
 #include "log_tap.h"
 #include "seam.h"
 
@@ -26,34 +27,6 @@ using testing::StartsWith;
 
 namespace
 {
-
-struct delivered {
-    int type;
-    std::string line;
-    std::string bare; // what the application finds in dbgout_info meanwhile
-};
-
-std::vector<delivered> kept;
-
-void keep(int type, const char* line)
-{
-    kept.push_back({type, line, dbgout_info});
-}
-
-std::vector<std::string> kept_messages()
-{
-    std::vector<std::string> out;
-    for (const auto& line : kept) {
-        out.push_back(line.bare);
-    }
-    return out;
-}
-
-void keep_lines_at(int level)
-{
-    ZU_NET_DEV_SetLogCallback(keep);
-    set_log_level(level);
-}
 
 constexpr char stamp[] = "[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9] "
                          "[0-9][0-9]:[0-9][0-9]:[0-9][0-9][.][0-9][0-9]";
@@ -72,10 +45,6 @@ std::string local_time_now()
            std::to_string(hundredths % 10);
 }
 
-class LogGate : public at_level
-{
-};
-
 } // namespace
 
 // ---- levels ------------------------------------------------------------------------------------
@@ -92,9 +61,10 @@ TEST(Log, IsSilentUntilALevelIsSet)
     EXPECT_THAT(kept_messages(), IsEmpty());
 }
 
+using LogGate = at_level;
+
 TEST_P(LogGate, LetsALineThroughByItsGate)
 {
-    const int level = GetParam();
     keep_lines_at(level);
 
     LOG_TRACE("somebody", "trace\n");
@@ -124,7 +94,7 @@ TEST_P(LogGate, LetsALineThroughByItsGate)
     EXPECT_EQ(got, expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(AtEveryLevel, LogGate, all_levels(), name_level);
+INSTANTIATE_TEST_SUITE_P(AtEveryLevel, LogGate, all_levels(), level_name);
 
 TEST(Log, DoesNothingForALineThatIsNotWanted)
 {

@@ -19,7 +19,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "expected_lines.h"
+#include "log_story.h"
 #include "log_tap.h"
 #include "ping.h"
 #include "process_probe.h"
@@ -100,11 +100,11 @@ class Ping : public ping_stand
 {
 };
 
-class PingLines : public ping_stand, public testing::WithParamInterface<int>
+class PingLines : public ping_stand, public with_level
 {
 };
 
-expected_line status(const std::string& message)
+told status(const std::string& message)
 {
     return {log_at_error_levels, 7, message};
 }
@@ -212,46 +212,46 @@ TEST_F(Ping, RunsNoExitHandlerInAChildThatCanNotRunTheProgram)
 TEST_P(PingLines, OfAnAnswer)
 {
     install(0);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     ping_status("127.0.0.1");
-    expect_lines(log, GetParam(), who, {trace("enter\n"), status("status: 0\n")});
+    EXPECT_TRUE(all_told(log, who, level, {trace("enter\n"), status("status: 0\n")}));
 }
 
 TEST_P(PingLines, OfAnExitCodeAsARawStatus)
 {
     install(1);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     ping_status("127.0.0.1");
-    expect_lines(log, GetParam(), who, {trace("enter\n"), status("status: 256\n")});
+    EXPECT_TRUE(all_told(log, who, level, {trace("enter\n"), status("status: 256\n")}));
 }
 
 TEST_P(PingLines, OfASignalAsARawStatus)
 {
     install(-SIGKILL);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     ping_status("127.0.0.1");
-    expect_lines(log, GetParam(), who, {trace("enter\n"), status("status: 9\n")});
+    EXPECT_TRUE(all_told(log, who, level, {trace("enter\n"), status("status: 9\n")}));
 }
 
 TEST_P(PingLines, OfAMissingChild)
 {
     const fault no_child("vfork", EAGAIN);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     ping_status("127.0.0.1");
-    expect_lines(log, GetParam(), who, {trace("enter\n"), error("vfork error\n")});
+    EXPECT_TRUE(all_told(log, who, level, {trace("enter\n"), error("vfork error\n")}));
 }
 
 TEST_P(PingLines, OfAMissingProgram)
 {
-    const std::string lines = lines_of_a_probe(GetParam());
+    const std::string lines = lines_of_a_probe(level);
 
-    if (GetParam() == 2) {
+    if (level == 2) {
         EXPECT_EQ(lines, "7 enter\n0 execlp error\n7 status: 32512\n");
-    } else if (GetParam() == 1) {
+    } else if (level == 1) {
         EXPECT_EQ(lines, "0 execlp error\n7 status: 32512\n");
     } else {
         EXPECT_EQ(lines, "");
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(AtEveryLevel, PingLines, all_levels(), name_level);
+INSTANTIATE_TEST_SUITE_P(AtEveryLevel, PingLines, all_levels(), level_name);

@@ -8,8 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "expected_lines.h"
 #include "live_login.h"
+#include "log_story.h"
 #include "log_tap.h"
 #include "process_probe.h"
 #include "scripted_device.h"
@@ -129,7 +129,7 @@ TEST_F(SdkUserTable, LoginRefusesWhenItIsFull)
     EXPECT_EQ(ZU_NET_DEV_Login(&handle, "u", "p", "127.0.0.1", 1), ZU_FAILURE);
 
     EXPECT_EQ(handle, 7U);
-    expect_lines(log, 1, "alloc_sdkuser", {error("sdk user number full!\n")});
+    EXPECT_TRUE(all_told(log, "alloc_sdkuser", 1, {error("sdk user number full!\n")}));
 }
 
 TEST_F(SdkUserTable, LoginRefusesWhenMemoryIsShort)
@@ -141,7 +141,7 @@ TEST_F(SdkUserTable, LoginRefusesWhenMemoryIsShort)
     EXPECT_EQ(ZU_NET_DEV_Login(&handle, "u", "p", "127.0.0.1", 1), ZU_FAILURE);
 
     EXPECT_EQ(handle, 7U);
-    expect_lines(log, 1, "alloc_sdkuser", {error("alloc sdk user fail!\n")});
+    EXPECT_TRUE(all_told(log, "alloc_sdkuser", 1, {error("alloc sdk user fail!\n")}));
 }
 
 TEST(SdkUserHandles, OfTheFirstLoginsCountFromBothEnds)
@@ -203,75 +203,78 @@ TEST_F(SdkUserTable, FreesASlotByALenientHandleToo)
 
 // ---- lines -------------------------------------------------------------------------------------
 
-class SdkUserTableLines : public SdkUserTable, public testing::WithParamInterface<int>
+class SdkUserTableLines : public SdkUserTable, public with_level
 {
 };
 
 TEST_P(SdkUserTableLines, OfAnAllocation)
 {
     allocate(1);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     alloc_sdkuser();
-    expect_lines(log, GetParam(), "alloc_sdkuser", {trace("alloc sdk user:255\n")});
+    EXPECT_TRUE(all_told(log, "alloc_sdkuser", level, {trace("alloc sdk user:255\n")}));
 }
 
 TEST_P(SdkUserTableLines, OfAFullTable)
 {
     allocate(256);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     alloc_sdkuser();
-    expect_lines(log, GetParam(), "alloc_sdkuser", {error("sdk user number full!\n")});
+    EXPECT_TRUE(all_told(log, "alloc_sdkuser", level, {error("sdk user number full!\n")}));
 }
 
 TEST_P(SdkUserTableLines, OfMissingMemory)
 {
     const fault memory("mmap", ENOMEM);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     alloc_sdkuser();
-    expect_lines(log, GetParam(), "alloc_sdkuser", {error("alloc sdk user fail!\n")});
+    EXPECT_TRUE(all_told(log, "alloc_sdkuser", level, {error("alloc sdk user fail!\n")}));
 }
 
 TEST_P(SdkUserTableLines, OfALookUpThatFindsARecord)
 {
     allocate(1);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     EXPECT_TRUE(reaches(0, 0));
     free_sdkuser(0);
-    expect_lines(log, GetParam(), "", {});
+    EXPECT_TRUE(all_told(log, "", level, {}));
 }
 
 TEST_P(SdkUserTableLines, OfALookUpBeyondTheEnd)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
     EXPECT_EQ(get_sdkuser(0x43210100), nullptr);
     EXPECT_EQ(get_sdkuser(0x4321FFFF), nullptr);
-    expect_lines(log, GetParam(), "get_sdkuser",
-                 {error(" index invalid! index: 256\n"), error(" index invalid! index: 65535\n")});
+    EXPECT_TRUE(
+        all_told(log, "get_sdkuser", level,
+                 {error(" index invalid! index: 256\n"), error(" index invalid! index: 65535\n")}));
 }
 
 TEST_P(SdkUserTableLines, OfALookUpOfAFreeSlot)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
     EXPECT_EQ(get_sdkuser(0x43210005), nullptr);
     EXPECT_EQ(get_sdkuser(0x000000FF), nullptr);
-    expect_lines(log, GetParam(), "get_sdkuser",
-                 {error("sdkuser invalid! index: 5\n"), error("sdkuser invalid! index: 255\n")});
+    EXPECT_TRUE(
+        all_told(log, "get_sdkuser", level,
+                 {error("sdkuser invalid! index: 5\n"), error("sdkuser invalid! index: 255\n")}));
 }
 
 TEST_P(SdkUserTableLines, OfAReleaseBeyondTheEnd)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
     free_sdkuser(0x43210100);
     free_sdkuser(0x4321FFFF);
-    expect_lines(log, GetParam(), "free_sdkuser",
-                 {error(" index invalid! index: 256\n"), error(" index invalid! index: 65535\n")});
+    EXPECT_TRUE(
+        all_told(log, "free_sdkuser", level,
+                 {error(" index invalid! index: 256\n"), error(" index invalid! index: 65535\n")}));
 }
 
 TEST_P(SdkUserTableLines, OfAReleaseOfAFreeSlot)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
     free_sdkuser(0x43210005);
-    expect_lines(log, GetParam(), "free_sdkuser", {error("sdkuser invalid! index: 5\n")});
+    EXPECT_TRUE(all_told(log, "free_sdkuser", level, {error("sdkuser invalid! index: 5\n")}));
 }
 
-INSTANTIATE_TEST_SUITE_P(AtEveryLevel, SdkUserTableLines, all_levels(), name_level);
+INSTANTIATE_TEST_SUITE_P(AtEveryLevel, SdkUserTableLines, all_levels(), level_name);

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "scripted_device.h"
+#include "tcp_link.h"
 
 namespace support
 {
@@ -85,5 +86,12 @@ inline unsigned short refusing_port()
     scripted_device device;
     return device.port();
 }
+
+// A connection of the library's to a device, and the device's end of it.
+struct connection {
+    scripted_device device;
+    owned_socket sock{tcp_ext_connect("127.0.0.1", device.port(), 1000)};
+    peer end{device.accept()};
+};
 
 } // namespace support

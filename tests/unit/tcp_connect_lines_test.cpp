@@ -8,7 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "expected_lines.h"
+#include "log_story.h"
 #include "log_tap.h"
 #include "process_probe.h"
 #include "scripted_device.h"
@@ -23,7 +23,7 @@ namespace
 
 constexpr char host[] = "127.0.0.1";
 constexpr char who[] = "tcp_ext_connect";
-const expected_line success{log_at_trace_level, 0, "connect success\n"};
+const told success{log_at_trace_level, 0, "connect success\n"};
 
 class TcpConnectLines : public at_level
 {
@@ -35,66 +35,66 @@ protected:
 
 TEST_P(TcpConnectLines, OfABlockingConnect)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
     const owned_socket sock(tcp_ext_connect(host, device.port(), -1));
-    expect_lines(log, GetParam(), who, {success});
+    EXPECT_TRUE(all_told(log, who, level, {success}));
 }
 
 TEST_P(TcpConnectLines, OfARefusedBlockingConnect)
 {
     const unsigned short port = refusing_port();
-    const log_tap log(GetParam());
+    const log_tap log(level);
 
     testing::internal::CaptureStderr();
     tcp_ext_connect(host, port, -1);
     const std::string complaint = testing::internal::GetCapturedStderr();
 
-    expect_lines(log, GetParam(), who, {error("connect fail!\n")});
-    EXPECT_EQ(complaint, GetParam() >= 1 ? "connectBloking: Connection refused\n" : "");
+    EXPECT_TRUE(all_told(log, who, level, {error("connect fail!\n")}));
+    EXPECT_EQ(complaint, level >= 1 ? "connectBloking: Connection refused\n" : "");
 }
 
 TEST_P(TcpConnectLines, OfAConnectWithinTheLimit)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
     const owned_socket sock(tcp_ext_connect(host, device.port(), 1000));
-    expect_lines(log, GetParam(), who, {});
+    EXPECT_TRUE(all_told(log, who, level, {}));
 }
 
 TEST_P(TcpConnectLines, OfARefusedConnectWithLimit)
 {
     const unsigned short port = refusing_port();
-    const log_tap log(GetParam());
+    const log_tap log(level);
 
     testing::internal::CaptureStderr();
     tcp_ext_connect(host, port, 1000);
 
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    expect_lines(log, GetParam(), who, {});
+    EXPECT_TRUE(all_told(log, who, level, {}));
 }
 
 TEST_P(TcpConnectLines, OfAnExpiredLimit)
 {
     fault expired("select", 0);
     expired.returning(0);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     tcp_ext_connect(host, device.port(), 1000);
-    expect_lines(log, GetParam(), who, {});
+    EXPECT_TRUE(all_told(log, who, level, {}));
 }
 
 TEST_P(TcpConnectLines, OfAPendingErrorThatCanNotBeRead)
 {
     const unsigned short port = refusing_port();
     const fault unreadable("getsockopt", ENOBUFS);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     const inventory before;
 
     EXPECT_EQ(tcp_ext_connect(host, port, 1000), -1);
 
-    expect_lines(log, GetParam(), who, {error("get socket option fail!\n")});
+    EXPECT_TRUE(all_told(log, who, level, {error("get socket option fail!\n")}));
     EXPECT_EQ(before.left_over(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(AtEveryLevel, TcpConnectLines, all_levels(), name_level);
+INSTANTIATE_TEST_SUITE_P(AtEveryLevel, TcpConnectLines, all_levels(), level_name);
 
 TEST(TcpConnectOutput, OfARefusedBlockingConnectAtLevel0IsNone)
 {

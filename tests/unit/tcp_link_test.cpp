@@ -8,8 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "expected_lines.h"
 #include "live_login.h"
+#include "log_story.h"
 #include "log_tap.h"
 #include "scripted_device.h"
 #include "seam.h"
@@ -24,20 +24,12 @@ using std::chrono::steady_clock;
 namespace
 {
 
-class TcpSend : public testing::Test
+class TcpSend : public testing::Test, protected connection
 {
-protected:
-    TcpSend() : sock(tcp_ext_connect("127.0.0.1", device.port(), 1000)), end(device.accept())
-    {
-    }
-
     const library inited{0};
-    scripted_device device;
-    owned_socket sock;
-    peer end;
 };
 
-class TcpSendLines : public TcpSend, public testing::WithParamInterface<int>
+class TcpSendLines : public TcpSend, public with_level
 {
 };
 
@@ -88,7 +80,7 @@ TEST_F(TcpSend, GivesUpAPeerThatStopsReadingAfterThreeSeconds)
     EXPECT_EQ(sdk_send_to_tcp(sock, whole.data(), static_cast<int>(whole.size())), -1);
 
     EXPECT_GE(steady_clock::now() - start, std::chrono::milliseconds(2900)); // ticks are coarse
-    expect_lines(log, 1, "sdk_send_to_tcp", {error("send fail ret != EINTR, ret: -1\n")});
+    EXPECT_TRUE(all_told(log, "sdk_send_to_tcp", 1, {error("send fail ret != EINTR, ret: -1\n")}));
 }
 
 TEST_F(TcpSend, FailsOnAConnectionThatHasGone)
@@ -101,27 +93,29 @@ TEST_F(TcpSend, FailsOnAConnectionThatHasGone)
 
 TEST_P(TcpSendLines, OfNothingToSend)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
     EXPECT_EQ(sdk_send_to_tcp(sock, "abcdef", 0), -1);
-    expect_lines(log, GetParam(), "sdk_send_to_tcp", {error("send fail ret != EINTR, ret: 0\n")});
+    EXPECT_TRUE(
+        all_told(log, "sdk_send_to_tcp", level, {error("send fail ret != EINTR, ret: 0\n")}));
 }
 
 TEST_P(TcpSendLines, OfAFailure)
 {
     const fault broken("send", EPIPE);
-    const log_tap log(GetParam());
+    const log_tap log(level);
     EXPECT_EQ(sdk_send_to_tcp(sock, "abcdef", 6), -1);
-    expect_lines(log, GetParam(), "sdk_send_to_tcp", {error("send fail ret != EINTR, ret: -1\n")});
+    EXPECT_TRUE(
+        all_told(log, "sdk_send_to_tcp", level, {error("send fail ret != EINTR, ret: -1\n")}));
 }
 
 TEST_P(TcpSendLines, OfSuccess)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
     EXPECT_EQ(sdk_send_to_tcp(sock, "abcdef", 6), 0);
-    expect_lines(log, GetParam(), "", {});
+    EXPECT_TRUE(all_told(log, "", level, {}));
 }
 
-INSTANTIATE_TEST_SUITE_P(AtEveryLevel, TcpSendLines, all_levels(), name_level);
+INSTANTIATE_TEST_SUITE_P(AtEveryLevel, TcpSendLines, all_levels(), level_name);
 
 // ---- does it stand ------------------------------------------------------------------------------
 
@@ -130,40 +124,28 @@ namespace
 
 constexpr char disconnected[] = "client is disconnected !\n";
 
-class TcpStatus : public testing::TestWithParam<int>
+class TcpStatus : public at_level, protected connection
 {
 protected:
-    TcpStatus() : sock(tcp_ext_connect("127.0.0.1", device.port(), 1000)), end(device.accept())
-    {
-    }
-    ~TcpStatus() override
-    {
-        close(sock);
-    }
-
     // Asks, and expects the answer and the line of a link that has gone.
     void expect_gone(int fd)
     {
-        const log_tap log(GetParam());
+        const log_tap log(level);
         EXPECT_EQ(check_tcp_socket_status(fd), -1);
-        expect_lines(log, GetParam(), "check_tcp_socket_status",
-                     {{log_at_every_level, 7, disconnected}});
+        EXPECT_TRUE(all_told(log, "check_tcp_socket_status", level,
+                             {{log_at_every_level, 7, disconnected}}));
     }
-
-    scripted_device device;
-    const int sock;
-    peer end;
 };
 
 } // namespace
 
 TEST_P(TcpStatus, IsGoodAndSilentWhileTheConnectionStands)
 {
-    const log_tap log(GetParam());
+    const log_tap log(level);
     EXPECT_EQ(check_tcp_socket_status(sock), 0);
     end.send(text("data"));
     EXPECT_EQ(check_tcp_socket_status(sock), 0);
-    expect_lines(log, GetParam(), "", {});
+    EXPECT_TRUE(all_told(log, "", level, {}));
 }
 
 TEST_P(TcpStatus, IsBadAndSaysSoAtEveryLevelOnceThePeerHasClosed)
@@ -197,7 +179,7 @@ TEST_P(TcpStatus, IsBadForADescriptorThatIsNone)
     expect_gone(-1);
 }
 
-INSTANTIATE_TEST_SUITE_P(AtEveryLevel, TcpStatus, all_levels(), name_level);
+INSTANTIATE_TEST_SUITE_P(AtEveryLevel, TcpStatus, all_levels(), level_name);
 
 TEST(TcpStatusOutput, GoesToStandardOutputWithLoggingSwitchedOff)
 {
