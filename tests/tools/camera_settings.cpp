@@ -61,7 +61,7 @@ TEST(CameraSettings, ItStartsWithSensibleValues)
     camera_client client(camera.port());
     const std::vector<written> wanted = {
         {video_setting, {0, 1, 0, 1024, 25, 50, 1, 50, 0, 640, 360}, {0, 1}},
-        {audio_setting, {0, 1, 1, 2, 8000, 64, 50}, {0, 1}},
+        {audio_setting, {0, 1, 0, 2, 8000, 64, 50}, {0, 1}},
         {level_setting, {0}, {}},
         {qp_setting, {1, 26}, {1}},
         {preset_setting, {0}, {}}};

@@ -41,7 +41,7 @@ TEST(CameraWire, AStartIsAnsweredThenTheSystemHeaderComesThenFrames)
 
     EXPECT_EQ(client.next().whole, from_hex("02100000 04000000 39300000 00000000"));
     EXPECT_EQ(client.next().whole, from_hex("00110000 1c000000 00000000 46535953 80020000 68010000"
-                                            "02000000 01000000 c8000000 00040000"));
+                                            "00000000 01000000 c8000000 00040000"));
     EXPECT_EQ(client.next().flag(), "KTVF");
 }
 

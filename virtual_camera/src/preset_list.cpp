@@ -15,6 +15,8 @@ namespace zucam
 namespace
 {
 
+using record::within;
+
 constexpr std::size_t list_begin = 4;
 constexpr std::size_t entry_size = 20;
 constexpr std::size_t list_end = list_begin + entry_size * last_preset;
@@ -24,11 +26,6 @@ enum index : std::size_t { number_index, pan_index, tilt_index, zoom_index, focu
 std::size_t offset_of(std::uint32_t entry)
 {
     return list_begin + entry_size * entry;
-}
-
-bool within(std::int32_t value, double least, double most)
-{
-    return value >= least && value <= most;
 }
 
 std::uint32_t rounded(double value)

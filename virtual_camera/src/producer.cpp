@@ -78,7 +78,7 @@ stream_config config_of_stream(const camera_options& options, unsigned stream)
     config.bitrate_kbit = std::max(smallest_bitrate, options.bitrate_kbit >> stream);
     config.gop = options.gop;
     config.codec = options.codec;
-    config.audio = options.audio;
+    config.audio = options.numbered_size ? audio_kind::none : options.audio;
     config.numbered_size = options.numbered_size;
     config.seed = options.seed;
     return config;
@@ -94,11 +94,13 @@ std::unique_ptr<producer> make_producer(const stream_config& config)
 
 shared_message system_header(const stream_config& config)
 {
+    // Numbered frames have no sound, whatever a setting says.
+    const audio_kind sound = config.numbered_size ? audio_kind::none : config.audio;
     wire::bytes body;
     wire::put_flag(body, "FSYS");
     wire::put_u32(body, config.width);
     wire::put_u32(body, config.height);
-    wire::put_u32(body, static_cast<std::uint32_t>(config.audio));
+    wire::put_u32(body, static_cast<std::uint32_t>(sound));
     wire::put_u32(body, config.stream);
     wire::put_u32(body, config.fps);
     wire::put_u32(body, config.bitrate_kbit);

@@ -20,6 +20,8 @@ namespace zucam
 
 class camera_head;
 
+constexpr unsigned stream_count = 4;
+
 struct stream_config {
     unsigned stream = 0;
     std::string source;

@@ -3,7 +3,6 @@
 #include "setting_records.h"
 
 #include "preset_list.h"
-#include "video_encoder.h"
 
 #include <algorithm>
 
@@ -41,19 +40,9 @@ constexpr std::uint32_t middle_quality = 50;
 constexpr std::uint32_t usual_qp = 26;
 constexpr std::uint32_t highest_qp = 51;
 
-bool within(std::uint32_t value, std::uint32_t least, std::uint32_t most)
-{
-    return value >= least && value <= most;
-}
-
 bool is_side(std::uint32_t value, std::uint32_t most)
 {
     return within(value, 16, most) && value % 2 == 0;
-}
-
-bool is_codec(std::uint32_t value, const stream_config& first)
-{
-    return value <= 1 && (first.numbered_size || can_encode(static_cast<codec_kind>(value)));
 }
 
 void start_video(wire::bytes& into, const stream_config& from)
@@ -82,7 +71,7 @@ void start_audio(wire::bytes& into, const stream_config& from)
 
 bool video_in_range(const wire::bytes& record, const stream_config& first)
 {
-    return is_codec(word(record, video_protocol), first) &&
+    return word(record, video_protocol) <= 1 &&
            within(word(record, video_bitrate), std::min(32U, first.bitrate_kbit),
                   std::max(50000U, first.bitrate_kbit)) &&
            within(word(record, video_frame), 1, std::max(120U, first.fps)) &&
@@ -130,6 +119,20 @@ void set_word(wire::bytes& record, std::size_t index, std::uint32_t value)
     wire::bytes bytes;
     wire::put_u32(bytes, value);
     std::copy(bytes.begin(), bytes.end(), record.begin() + static_cast<std::ptrdiff_t>(4 * index));
+}
+
+std::uint32_t stream_of(std::uint32_t command, const wire::bytes& record)
+{
+    switch (command) {
+    case command::video:
+        return word(record, video_stream);
+    case command::audio:
+        return word(record, audio_stream);
+    case command::idr_qp:
+        return word(record, qp_stream);
+    default:
+        return 0;
+    }
 }
 
 wire::bytes starting(std::uint32_t command, const stream_config& from)

@@ -29,11 +29,20 @@ constexpr std::size_t size = wire::config_size - 8;
 std::uint32_t word(const wire::bytes& record, std::size_t index);
 void set_word(wire::bytes& record, std::size_t index, std::uint32_t value);
 
+// Every number of a record, signed or not, is exact as a double.
+constexpr bool within(double value, double least, double most)
+{
+    return value >= least && value <= most;
+}
+
+// The stream that a record is about; 0 where the camera has one record for all streams.
+std::uint32_t stream_of(std::uint32_t command, const wire::bytes& record);
+
 // As the camera starts.
 wire::bytes starting(std::uint32_t command, const stream_config& from);
 
-// Whether all values are ones that the camera can obey; `first` is how the stream started, whose
-// own measures are good even where they are beyond the usual limits.
+// Whether each value by itself is one that the camera can obey; `first` is how the stream started,
+// whose own measures are good even where they are beyond the usual limits.
 bool in_range(std::uint32_t command, const wire::bytes& record, const stream_config& first);
 
 // Changes what the record says; other commands than those of streams change nothing.

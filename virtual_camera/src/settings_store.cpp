@@ -3,6 +3,8 @@
 // kept as they are, up to a number that bounds the memory. One caller at a time.
 #include "settings_store.h"
 
+#include "video_encoder.h"
+
 namespace zucam
 {
 
@@ -10,20 +12,6 @@ namespace
 {
 
 constexpr std::size_t most_records = 4096; // some 13 MB
-
-// The stream that a record is about; the camera's own settings stand under stream 0.
-std::uint32_t stream_of(std::uint32_t command, const wire::bytes& record)
-{
-    switch (command) {
-    case command::video:
-    case command::audio:
-        return record::word(record, 1);
-    case command::idr_qp:
-        return record::word(record, 0);
-    default:
-        return 0;
-    }
-}
 
 } // namespace
 
@@ -42,7 +30,7 @@ settings_store::settings_store(const stream_configs& start) : start_(start)
 std::optional<wire::bytes> settings_store::read(std::uint32_t command,
                                                 const wire::bytes& record) const
 {
-    const std::uint32_t stream = stream_of(command, record);
+    const std::uint32_t stream = record::stream_of(command, record);
     if (stream >= stream_count) {
         return std::nullopt;
     }
@@ -50,10 +38,23 @@ std::optional<wire::bytes> settings_store::read(std::uint32_t command,
     return found == records_.end() ? wire::bytes(record::size) : found->second;
 }
 
+// Values that are good one by one may still be too much for an encoder together. The level, which
+// is every stream's, is not tried: an encoder takes any profile with whatever it takes otherwise.
+bool settings_store::can_be_obeyed(std::uint32_t command, const wire::bytes& record,
+                                   unsigned stream) const
+{
+    const stream_config now = config_of(stream);
+    stream_config then = now;
+    record::apply(command, record, then);
+    return command != command::video || then.numbered_size || same_encoding(then, now) ||
+           can_encode(then);
+}
+
 std::int32_t settings_store::write(std::uint32_t command, const wire::bytes& record)
 {
-    const std::uint32_t stream = stream_of(command, record);
-    if (stream >= stream_count || !record::in_range(command, record, start_[stream])) {
+    const std::uint32_t stream = record::stream_of(command, record);
+    if (stream >= stream_count || !record::in_range(command, record, start_[stream]) ||
+        !can_be_obeyed(command, record, stream)) {
         return code_out_of_range;
     }
     const key where = {command, stream};

@@ -2,7 +2,8 @@
 //
 // Reads and writes are whole records; a write that is refused changes nothing. Which stream a
 // record is about is told by a word in it, for three commands; the others have one record for the
-// camera. Guarded by its owner.
+// camera, which stands under stream 0. A write may try an encoder, which takes some milliseconds.
+// Guarded by its owner.
 #ifndef ZUCAM_SETTINGS_STORE_H
 #define ZUCAM_SETTINGS_STORE_H
 
@@ -15,8 +16,6 @@
 
 namespace zucam
 {
-
-constexpr unsigned stream_count = 4;
 
 using stream_configs = std::array<stream_config, stream_count>;
 
@@ -41,6 +40,8 @@ public:
     wire::bytes& presets();
 
 private:
+    bool can_be_obeyed(std::uint32_t command, const wire::bytes& record, unsigned stream) const;
+
     using key = std::pair<std::uint32_t, std::uint32_t>; // command, stream
 
     const stream_configs start_;

@@ -44,16 +44,15 @@ void stream_hub::stop()
 void stream_hub::add(link& who)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const auto known = std::find_if(viewers_.begin(), viewers_.end(),
-                                    [&who](const viewer& v) { return v.who == &who; });
-    if (known == viewers_.end()) {
-        viewers_.push_back({&who, true, false, false});
-    } else {
-        *known = {&who, true, false, false};
+    auto place = std::find_if(viewers_.begin(), viewers_.end(),
+                              [&who](const viewer& v) { return v.who == &who; });
+    if (place == viewers_.end()) {
+        place = viewers_.insert(place, viewer{});
     }
+    *place = {&who, true, false, true};
     key_requested_ = true;
     start_thread();
-    (void)who.send_stream_data(stream_, system_header(playing_));
+    (void)introduce(*place);
 }
 
 void stream_hub::remove(link& who)
@@ -122,6 +121,7 @@ void stream_hub::run()
 }
 
 // A change is waited for like the time of the next frame, so that a slow stream obeys at once too.
+// The times are counted anew from it, or every change would put the frames behind it off by one.
 void stream_hub::play(producer& from)
 {
     clock::time_point next = clock::now();
@@ -132,6 +132,7 @@ void stream_hub::play(producer& from)
             from.adopt(config);
             announce(config);
             fps = config.fps;
+            next = clock::now();
         }
         const std::vector<block> blocks = from.next(sequence_, take_key_request());
         ++sequence_;

@@ -28,8 +28,9 @@ public:
     stream_hub(const stream_hub&) = delete;
     stream_hub& operator=(const stream_hub&) = delete;
 
-    // Hands the system header to the link at once and frames from the next key frame on, which is
-    // asked for. A link that is a viewer already begins anew.
+    // Hands the system header to the link at once, or, where the link is full, in front of its
+    // first frame; and frames from the next key frame on, which is asked for. A link that is a
+    // viewer already begins anew.
     void add(link& viewer);
     void remove(link& viewer);
     void request_key_frame();

@@ -6,6 +6,7 @@
 
 #include "annexb.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 extern "C" {
@@ -55,9 +56,21 @@ const char* library_of(codec_kind codec)
 
 } // namespace
 
-bool can_encode(codec_kind codec)
+bool can_encode(const stream_config& config)
 {
-    return avcodec_find_encoder_by_name(library_of(codec)) != nullptr;
+    try {
+        const video_encoder tried(config);
+        return true;
+    } catch (const std::runtime_error&) {
+        return false;
+    }
+}
+
+void try_encoders(const camera_options& options)
+{
+    for (unsigned stream = 0; stream < stream_count; ++stream) {
+        const video_encoder tried(config_of_stream(options, stream));
+    }
 }
 
 void video_encoder::fail(const std::string& why) const
@@ -119,7 +132,7 @@ void video_encoder::open(const stream_config& config)
     (void)av_opt_set(codec_->priv_data, "tune", "zerolatency", 0);
     (void)av_opt_set(codec_->priv_data, "forced-idr", "1", 0);
     if (kind_ == codec_kind::h265) {
-        set_up_h265();
+        set_up_h265(config);
     } else {
         set_up_h264(config);
     }
@@ -136,13 +149,17 @@ void video_encoder::set_up_h264(const stream_config& config)
     (void)av_opt_set(codec_->priv_data, "x264-params", profile.tools, 0);
 }
 
-// No thread pool: the encoder works on the caller's thread and prints nothing.
-void video_encoder::set_up_h265()
+// No thread pool: the encoder works on the caller's thread and prints nothing. A coding tree unit
+// must fit into the picture, and levels from 5 up, which follow from size and rates, forbid those
+// of 16.
+void video_encoder::set_up_h265(const stream_config& config)
 {
-    (void)av_opt_set(codec_->priv_data, "x265-params",
-                     "log-level=none:pools=none:frame-threads=1:scenecut=0:open-gop=0:"
-                     "repeat-headers=1:ctu=16:min-cu-size=8",
-                     0);
+    const bool narrow = std::min(config.width, config.height) < 32;
+    const std::string parameters =
+        std::string("log-level=none:pools=none:frame-threads=1:scenecut=0:open-gop=0:"
+                    "repeat-headers=1:min-cu-size=8:ctu=") +
+        (narrow ? "16" : "32");
+    (void)av_opt_set(codec_->priv_data, "x265-params", parameters.c_str(), 0);
 }
 
 access_unit video_encoder::encode(AVFrame& picture, bool key)

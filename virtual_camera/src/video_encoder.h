@@ -21,8 +21,8 @@ struct access_unit {
     std::size_t first_slice = 0; // where in annexb the first slice's start code begins
 };
 
-// Whether the encoder's library is there.
-bool can_encode(codec_kind codec);
+// Whether an encoder can be made for it: the library is there and takes these measures together.
+bool can_encode(const stream_config& config);
 
 class video_encoder
 {
@@ -35,7 +35,7 @@ public:
 private:
     void open(const stream_config& config);
     void set_up_h264(const stream_config& config);
-    void set_up_h265();
+    void set_up_h265(const stream_config& config);
     access_unit take_apart() const;
     [[noreturn]] void fail(const std::string& why) const;
 

@@ -96,6 +96,10 @@ private:
     std::unique_ptr<camera_core> core_;
 };
 
+// Tries a camera's encoders: one is made and destroyed for each of its streams. Throws
+// std::runtime_error with one clear line.
+void try_encoders(const camera_options& options);
+
 // Tries a picture source for one frame. Throws std::runtime_error with one clear line.
 void try_source(const std::string& source, unsigned width, unsigned height, unsigned fps);
 
