@@ -4,8 +4,9 @@
 // state; called before any thread runs.
 #include "option_values.h"
 
+#include "virtual_camera/journal.h"
+
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -82,19 +83,8 @@ std::pair<unsigned, unsigned> parse_size(const std::string& option, const std::s
 
 std::uint32_t parse_request_type(const std::string& option, const std::string& text)
 {
-    static const std::array<std::pair<const char*, std::uint32_t>, 8> names = {
-        {{"start", 0x1001},
-         {"stop", 0x1011},
-         {"heartbeat", 0x1021},
-         {"ptz", 0x1031},
-         {"preset", 0x1041},
-         {"keyframe", 0x1051},
-         {"setconfig", 0x1061},
-         {"getconfig", 0x1071}}};
-    for (const auto& known : names) {
-        if (text == known.first) {
-            return known.second;
-        }
+    if (const auto named = request_named(text)) {
+        return *named;
     }
     const auto value = whole_number(text);
     if (!value || *value < 0 || *value > UINT32_MAX) {

@@ -29,7 +29,7 @@ std::vector<nal> split(const std::uint8_t* data, std::size_t size)
         if (!found.empty()) {
             found.back().end = begin;
         }
-        found.push_back({begin, at + 3, size, data[at + 3] & 31U});
+        found.push_back({begin, at + 3, size});
         at += 3;
     }
     return found;

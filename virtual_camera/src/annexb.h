@@ -1,7 +1,6 @@
-// NAL units in an Annex B byte stream: where each begins, ends and what type it
-// has. The encoder's output is taken apart with it (parameter sets, first
-// slice), and stamps are searched with it. It copies nothing: positions are
-// offsets into the caller's bytes. No state, any thread.
+// NAL units in an Annex B byte stream: where each begins and ends. The encoder's output is taken
+// apart with it (parameter sets, first slice), and stamps are searched with it. It copies nothing:
+// positions are offsets into the caller's bytes. No state, any thread.
 #ifndef ZUCAM_ANNEXB_H
 #define ZUCAM_ANNEXB_H
 
@@ -33,7 +32,6 @@ struct nal {
     std::size_t begin = 0;   // of the start code
     std::size_t payload = 0; // of the NAL unit's own header byte
     std::size_t end = 0;     // one past its last byte
-    unsigned type = 0;       // as H.264 has it
 };
 
 std::vector<nal> split(const std::uint8_t* data, std::size_t size);

@@ -4,6 +4,8 @@
 // go to the stream's hub. See the header for threads and locks.
 #include "camera_core.h"
 
+#include "socket_end.h"
+
 #include "virtual_camera/stamp.h"
 
 #include <algorithm>
@@ -11,7 +13,6 @@
 #include <cstdio>
 #include <exception>
 #include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -21,15 +22,6 @@ namespace zucam
 
 namespace
 {
-
-void close_accepted(int socket, bool with_reset)
-{
-    if (with_reset) {
-        const linger at_once = {1, 0};
-        (void)setsockopt(socket, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
-    }
-    (void)close(socket);
-}
 
 stream_configs starting_configs(const camera_options& options)
 {
@@ -58,7 +50,8 @@ camera_core::camera_core(const camera_options& options)
 }
 
 camera_core::camera_core(const camera_options& options, const stream_configs& start)
-    : options_(options), journal_(options.journal_to), listener_(options.listen, options.port),
+    : options_(options), journal_(options.journal_to, options.journal_limit),
+      listener_(options.listen, options.port),
       control_(start,
                [this](const stream_config& config) { hubs_[config.stream]->change(config); }),
       faults_(std::make_shared<active_faults>(options.initial_faults, 1))
@@ -205,7 +198,7 @@ void camera_core::welcome(int socket)
     const std::uint64_t number = count_connection();
     const auto now = faults_in_force();
     if (now->take_close()) {
-        return close_accepted(socket, now->value.drop_with_reset);
+        return now->value.drop_with_reset ? close_with_reset(socket) : close_in_order(socket);
     }
     try {
         add_link(make_link(socket, number));
@@ -338,8 +331,10 @@ void camera_core::answer(link& from, const wire::request& what)
         break;
     }
     if (auto reply = control_.answer(what)) {
-        from.send_answer(std::move(*reply));
-        control_.put_in_force();
+        from.send_answer(std::move(reply->message));
+        if (reply->changes_streams) {
+            control_.put_in_force();
+        }
     }
 }
 

@@ -3,7 +3,8 @@
 // The accepting thread makes links and clears away ended ones. Link threads come in through
 // link_owner. The mutex guards the links, the faults in force and the marks by which set_faults and
 // drop_links wait for the accepting thread; it is never held while something is called that could
-// call back. Order of locks: a stream's mutex, then a link's outbox; this mutex by itself.
+// call back. Order of locks: control's mutex, then a stream's, then a link's outbox; this mutex by
+// itself.
 #ifndef ZUCAM_CAMERA_CORE_H
 #define ZUCAM_CAMERA_CORE_H
 

@@ -36,20 +36,22 @@ control::control(const stream_configs& start, change_stream change)
 {
 }
 
-std::optional<wire::bytes> control::answer(const wire::request& to)
+std::optional<control::reply> control::answer(const wire::request& to)
 {
+    const bool has_two_words = to.payload.size() >= 8;
+    std::int32_t code = code_out_of_range;
     switch (to.type) {
     case wire::pan_tilt_zoom:
-        return wire::answer(to, to.payload.size() < 8 ? code_out_of_range
-                                                      : move(to.word(0), to.word(1)));
+        code = has_two_words ? move(to.word(0), to.word(1)) : code_out_of_range;
+        return reply{wire::answer(to, code)};
     case wire::preset:
-        return wire::answer(to, to.payload.size() < 8 ? code_out_of_range
-                                                      : use_preset(to.word(0), to.word(1)));
+        code = has_two_words ? use_preset(to.word(0), to.word(1)) : code_out_of_range;
+        return reply{wire::answer(to, code)};
     case wire::set_config:
-        return wire::answer(to, to.payload.size() < record_begin ? code_out_of_range
-                                                                 : write_setting(to));
+        code = has_two_words ? write_setting(to) : code_out_of_range;
+        return reply{wire::answer(to, code), code == code_done};
     case wire::get_config:
-        return read_setting(to);
+        return reply{read_setting(to)};
     default:
         return std::nullopt;
     }

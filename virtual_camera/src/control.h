@@ -27,11 +27,17 @@ public:
     // The configurations that the streams start with; all have the same head.
     control(const stream_configs& start, change_stream change);
 
-    // The whole answer, or nothing when the request is none of these.
-    std::optional<wire::bytes> answer(const wire::request& to);
+    struct reply {
+        wire::bytes message; // the whole answer
+        bool changes_streams = false;
+    };
 
-    // Puts what is in the store in force on the streams. Called once the answer has been sent, so
-    // that no header or frame of the new kind comes before the answer to the request for it.
+    // Nothing when the request is none of these.
+    std::optional<reply> answer(const wire::request& to);
+
+    // Puts what is in the store in force on the streams. Called when a reply says that it changes
+    // them, and once it has been sent, so that no header or frame of the new kind comes before the
+    // answer to the request for it.
     void put_in_force();
 
 private:

@@ -4,6 +4,8 @@
 // nothing that JSON would want escaped. Called by link threads and by readers.
 #include "virtual_camera/journal.h"
 
+#include "wire.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -16,8 +18,6 @@ namespace zucam
 
 namespace
 {
-
-constexpr std::size_t entries_kept = 200000;
 
 const char* event_name(journal_event event)
 {
@@ -34,28 +34,23 @@ const char* event_name(journal_event event)
     return "disconnected";
 }
 
-const char* type_name(std::uint32_t type)
+struct request_kind {
+    std::uint32_t type;
+    const char* name;
+};
+
+constexpr std::array<request_kind, 8> request_kinds = {{{wire::start_stream, "start"},
+                                                        {wire::stop_stream, "stop"},
+                                                        {wire::heartbeat, "heartbeat"},
+                                                        {wire::pan_tilt_zoom, "ptz"},
+                                                        {wire::preset, "preset"},
+                                                        {wire::key_frame, "keyframe"},
+                                                        {wire::set_config, "setconfig"},
+                                                        {wire::get_config, "getconfig"}}};
+
+std::size_t size_of(const journal_entry& entry)
 {
-    switch (type) {
-    case 0x1001:
-        return "start";
-    case 0x1011:
-        return "stop";
-    case 0x1021:
-        return "heartbeat";
-    case 0x1031:
-        return "ptz";
-    case 0x1041:
-        return "preset";
-    case 0x1051:
-        return "keyframe";
-    case 0x1061:
-        return "setconfig";
-    case 0x1071:
-        return "getconfig";
-    default:
-        return "unknown";
-    }
+    return sizeof entry + entry.payload.size();
 }
 
 std::string hex(const std::vector<std::uint8_t>& data)
@@ -75,12 +70,32 @@ std::string type_fields(const journal_entry& entry)
     std::array<char, 96> text{};
     (void)std::snprintf(text.data(), text.size(),
                         ",\"type\":\"0x%04x\",\"name\":\"%s\",\"wait_port\":%lu,\"payload\":\"",
-                        static_cast<unsigned>(entry.type), type_name(entry.type),
+                        static_cast<unsigned>(entry.type), request_name(entry.type),
                         static_cast<unsigned long>(entry.wait_port));
     return text.data() + hex(entry.payload) + '"';
 }
 
 } // namespace
+
+const char* request_name(std::uint32_t type)
+{
+    for (const request_kind& each : request_kinds) {
+        if (each.type == type) {
+            return each.name;
+        }
+    }
+    return "unknown";
+}
+
+std::optional<std::uint32_t> request_named(const std::string& name)
+{
+    for (const request_kind& each : request_kinds) {
+        if (each.name == name) {
+            return each.type;
+        }
+    }
+    return std::nullopt;
+}
 
 std::string to_json(const journal_entry& entry)
 {
@@ -94,7 +109,7 @@ std::string to_json(const journal_entry& entry)
     return line + '}';
 }
 
-journal_file::journal_file(const std::string& path) : file_(std::fopen(path.c_str(), "we"))
+journal_file::journal_file(const std::string& path) : file_(std::fopen(path.c_str(), "ae"))
 {
     if (file_ == nullptr) {
         throw std::runtime_error("cannot write the journal '" + path +
@@ -110,11 +125,17 @@ journal_file::~journal_file()
 void journal_file::write(const std::string& line)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    (void)std::fprintf(file_, "%s\n", line.c_str());
-    (void)std::fflush(file_);
+    if (std::fprintf(file_, "%s\n", line.c_str()) >= 0 && std::fflush(file_) == 0) {
+        return;
+    }
+    if (!std::exchange(failed_, true)) {
+        (void)std::fprintf(stderr, "zucam: the journal lacks lines, it cannot be written: %s\n",
+                           std::strerror(errno));
+    }
 }
 
-journal::journal(std::shared_ptr<journal_file> file) : file_(std::move(file))
+journal::journal(std::shared_ptr<journal_file> file, std::size_t limit)
+    : limit_(limit), file_(std::move(file))
 {
 }
 
@@ -124,16 +145,12 @@ void journal::add(journal_entry entry)
     if (file_) {
         file_->write(to_json(entry));
     }
+    bytes_ += size_of(entry);
     entries_.push_back(std::move(entry));
-    if (entries_.size() > entries_kept) {
+    while (bytes_ > limit_) {
+        bytes_ -= size_of(entries_.front());
         entries_.pop_front();
     }
-}
-
-std::vector<journal_entry> journal::entries() const
-{
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return {entries_.begin(), entries_.end()};
 }
 
 std::vector<journal_entry> journal::requests() const

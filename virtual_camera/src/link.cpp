@@ -4,9 +4,13 @@
 // ones act on the next message.
 #include "link.h"
 
+#include "socket_end.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
+#include <exception>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -99,11 +103,22 @@ void link::wake() const
 
 void link::run()
 {
-    while (!end_asked_ && step()) {
-    }
+    serve();
     close_socket();
     ended_ = true;
     owner_.ended(*this);
+}
+
+// What a request needs may not be there, a thread for a stream for instance. That costs this peer
+// its link, and nobody else anything.
+void link::serve()
+{
+    try {
+        while (!end_asked_ && step()) {
+        }
+    } catch (const std::exception& error) {
+        (void)std::fprintf(stderr, "zucam: a connection was given up: %s\n", error.what());
+    }
 }
 
 bool link::step()
@@ -237,10 +252,10 @@ bool link::still_moving()
 void link::close_socket()
 {
     if (owner_.current_faults()->value.drop_with_reset) {
-        const linger at_once = {1, 0};
-        (void)setsockopt(socket_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        close_with_reset(socket_);
+    } else {
+        close_in_order(socket_);
     }
-    (void)close(socket_);
 }
 
 } // namespace zucam

@@ -79,6 +79,7 @@ private:
     };
 
     void run();
+    void serve();
     bool step();
     bool wait_for_work();
     int wait_limit_ms() const;

@@ -1,7 +1,9 @@
 // Holding, opening and shutting a port. Both sockets allow address reuse, which lets them share the
-// port as long as at most one of them listens; another program, or another camera, still gets an
-// error. The holding socket never listens, so the system refuses connections while the other one is
-// closed, and gives the port to nobody else.
+// port as long as at most one of them listens, and lets a camera start on a port whose former
+// connections the system still remembers. While one listens, any other program gets an error. The
+// holding socket never listens, so the system refuses connections while the other one is closed; it
+// keeps the port from being chosen by the system, but not from a program that asks for this very
+// port and allows reuse, as another camera does. Then opening fails.
 #include "listener.h"
 
 #include <arpa/inet.h>

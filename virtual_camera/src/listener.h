@@ -1,8 +1,8 @@
 // The camera's port: kept for it all its life, listened on or not.
 //
-// A second socket holds the port without ever listening, so that the port is still the camera's
-// while it refuses connections. Used by the thread that accepts; made and ended by the camera
-// before and after that thread runs.
+// A second socket holds the port without ever listening, so that the system gives it to nobody who
+// asks for any port while the camera refuses connections. Used by the thread that accepts; made and
+// ended by the camera before and after that thread runs.
 #ifndef ZUCAM_LISTENER_H
 #define ZUCAM_LISTENER_H
 
@@ -22,7 +22,7 @@ public:
     listener& operator=(const listener&) = delete;
 
     std::uint16_t port() const;
-    // Throws when the system has no socket for it.
+    // Throws when the system has no socket for it, or another camera took the port meanwhile.
     void open();
     void shut();
     bool is_open() const;

@@ -1,8 +1,9 @@
 // What waits to be sent on one link, in order: answers and stream data.
 //
-// Any thread puts in, the link's thread takes out; one mutex guards everything. Answers always find
-// room. Stream data is refused above a number of bytes, so that a peer that does not read costs a
-// bounded amount of memory and holds up nobody else.
+// Any thread puts in, the link's thread takes out; one mutex guards everything. Stream data is
+// refused above a number of bytes, so that a peer that does not read holds up nobody else. Answers
+// always find room: what they cost is up to a peer that asks and does not read, until its link is
+// given up.
 #ifndef ZUCAM_OUTBOX_H
 #define ZUCAM_OUTBOX_H
 

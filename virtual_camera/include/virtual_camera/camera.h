@@ -51,6 +51,8 @@ struct camera_options {
     unsigned index = 0;     // stands in the journal
     faults initial_faults;
     std::shared_ptr<journal_file> journal_to;
+    // What camera::journal and camera::received look through: the latest entries, of so many bytes.
+    std::size_t journal_limit = 64U << 20U;
 
     // A peer that takes nothing for this long loses its link.
     std::chrono::milliseconds stall_limit{20000};
@@ -79,7 +81,8 @@ public:
     std::uint16_t port() const;
     camera_counters counters() const;
 
-    // The requests received so far, oldest first, and how many of one type (0: of any).
+    // The requests received so far, oldest first, and how many of one type (0: of any); as far as
+    // camera_options::journal_limit allows.
     std::vector<journal_entry> journal() const;
     std::size_t received(std::uint32_t type) const;
 

@@ -26,7 +26,7 @@ struct faults {
     std::optional<std::uint64_t> drop_after_messages;
     std::optional<std::chrono::milliseconds> drop_after_time; // counted from accepting
     int drop_times = -1;          // that many drops by the two above, then no more; -1: no limit
-    bool drop_with_reset = false; // every close of ours is a reset instead of an ordinary end
+    bool drop_with_reset = false; // every close of ours is a reset; what was sent may be lost
 
     // Cutting what is sent into pieces.
     bool split_bytes = false;  // one send per byte

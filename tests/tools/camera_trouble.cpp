@@ -1,0 +1,116 @@
+// What goes wrong around a camera, without a fault being asked for: no thread is to be had, a
+// journal cannot be written or grows, a link ends while requests wait. The thread that is not to be
+// had is refused by this program's own pthread_create, which the C++ run time calls.
+#include "camera_client.h"
+#include "eventually.h"
+#include "virtual_camera/camera.h"
+
+#include <atomic>
+#include <cerrno>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+namespace
+{
+
+std::atomic<bool> no_thread_left{false};
+
+} // namespace
+
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*start)(void*), void* argument) noexcept
+{
+    using function = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const auto real = reinterpret_cast<function>(dlsym(RTLD_NEXT, "pthread_create"));
+    return no_thread_left ? EAGAIN : real(thread, attributes, start, argument);
+}
+
+namespace
+{
+
+using tools::bytes;
+using tools::camera_client;
+using tools::from_hex;
+
+zucam::camera_options numbered()
+{
+    zucam::camera_options options;
+    options.numbered_size = 64;
+    options.fps = 100;
+    return options;
+}
+
+TEST(CameraTrouble, AStreamWithoutAThreadCostsItsViewerTheLinkAndNobodyElse)
+{
+    const zucam::camera camera(numbered());
+    camera_client other(camera.port());
+    camera_client client(camera.port());
+    other.send(from_hex("21100000 00000000 00000000"));
+    client.send(from_hex("21100000 00000000 00000000"));
+    ASSERT_TRUE(other.next());
+    ASSERT_TRUE(client.next());
+    no_thread_left = true;
+    client.send_start(0);
+    EXPECT_TRUE(client.ends());
+    no_thread_left = false;
+    other.send_start(0);
+    EXPECT_TRUE(other.next_with_flag("KTVF"));
+}
+
+TEST(CameraTrouble, ALinkThatEndsWithRequestsUnreadIsNotReset)
+{
+    const zucam::camera camera(numbered());
+    camera_client client(camera.port());
+    bytes unheard = from_hex("01100000 ffffffff 00000000"); // no length: the link ends here
+    unheard.resize(40000);                                  // more than a link reads at once
+    client.send(unheard);
+    EXPECT_TRUE(client.ends());
+    EXPECT_FALSE(client.ended_by_reset());
+}
+
+zucam::journal_entry entry_of(std::uint64_t link, std::size_t size)
+{
+    zucam::journal_entry entry;
+    entry.link = link;
+    entry.type = 0x1061;
+    entry.payload.assign(size, 7);
+    return entry;
+}
+
+TEST(CameraTrouble, TheJournalInMemoryIsBoundByBytesAndKeepsTheLatest)
+{
+    zucam::journal journal(nullptr, 100000);
+    for (std::uint64_t i = 1; i <= 1000; ++i) {
+        journal.add(entry_of(i, 3140));
+    }
+    const auto kept = journal.requests();
+    ASSERT_FALSE(kept.empty());
+    EXPECT_EQ(kept.back().link, 1000U);
+    EXPECT_LE(kept.size() * 3140, 100000U);
+    EXPECT_GT(kept.size(), 20U);
+}
+
+TEST(CameraTrouble, AJournalMayKeepNothingInMemory)
+{
+    zucam::camera_options options = numbered();
+    options.journal_limit = 0;
+    const zucam::camera camera(options);
+    camera_client client(camera.port());
+    client.send(from_hex("21100000 00000000 00000000"));
+    ASSERT_TRUE(client.next());
+    EXPECT_EQ(camera.received(0), 0U);
+    EXPECT_TRUE(camera.journal().empty());
+}
+
+TEST(CameraTrouble, EveryRequestHasANameThatLeadsBackToIt)
+{
+    for (const std::uint32_t type :
+         {0x1001U, 0x1011U, 0x1021U, 0x1031U, 0x1041U, 0x1051U, 0x1061U, 0x1071U}) {
+        EXPECT_EQ(zucam::request_named(zucam::request_name(type)), type);
+    }
+    EXPECT_EQ(zucam::request_named("unknown"), std::nullopt);
+    EXPECT_STREQ(zucam::request_name(0x1002), "unknown");
+}
+
+} // namespace
