@@ -1,7 +1,7 @@
 // Options of zucam-sim: what they are called, what they mean, what they may be. Texts are taken as
 // strings and parsed by our own parsers, so that every wrong value gets one line of the same shape.
-// What depends on several options, and the source, is judged at the end. Runs before any thread
-// does.
+// What depends on several options, the encoders and the source are judged at the end. Runs before
+// any thread does.
 #include "options.h"
 
 #include "option_values.h"
@@ -90,7 +90,7 @@ void add_port_options(CLI::App& app, program_options& into)
                  "TCP port; 0 lets the system choose; with --cameras the first of several [0]");
     group.number("--cameras", "N", into.cameras, {1, 256, "a number of cameras"},
                  "this many cameras, each with a port of its own [1]");
-    group.text("--journal", "FILE", "write what is received to FILE, one JSON object a line",
+    group.text("--journal", "FILE", "add what is received to FILE, one JSON object a line",
                [&into](const std::string& given) { into.journal_path = given; });
 }
 
@@ -208,6 +208,18 @@ void add_odd_options(option_group& group, faults& into)
                });
 }
 
+void try_picture(const camera_options& camera)
+{
+    std::string tried = "--codec: "; // first: a source may take its time
+    try {
+        try_encoders(camera);
+        tried = "--source: ";
+        try_source(camera.source, camera.width, camera.height, camera.fps);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(tried + error.what());
+    }
+}
+
 // What can only be judged when all options are known.
 void finish(program_options& options, bool gop_given)
 {
@@ -223,7 +235,7 @@ void finish(program_options& options, bool gop_given)
                         "fewer of them or a lower --port, the last port would be above 65535");
     }
     if (!camera.numbered_size) {
-        try_source(camera.source, camera.width, camera.height, camera.fps);
+        try_picture(camera);
     }
 }
 
@@ -255,10 +267,8 @@ command_line read_command_line(int argc, const char* const* argv)
         return {std::nullopt, 0};
     } catch (const CLI::ParseError& error) {
         return {std::nullopt, complain(std::string(error.what()) + "; see zucam-sim --help")};
-    } catch (const bad_value& error) {
-        return {std::nullopt, complain(error.what())};
     } catch (const std::runtime_error& error) {
-        return {std::nullopt, complain(std::string("--source: ") + error.what())};
+        return {std::nullopt, complain(error.what())};
     }
     return {options, 0};
 }

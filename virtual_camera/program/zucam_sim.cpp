@@ -1,8 +1,10 @@
 // zucam-sim: virtual cameras as a program.
 //
 // The main thread waits for signals and nothing else; the cameras run on their own threads, which
-// inherit the blocked signals. SIGINT and SIGTERM end the program with status 0, SIGUSR1 drops
-// every link. Wrong options and ports that cannot be had end it with status 2 and one line.
+// inherit the blocked signals. They are blocked when the options are read, for trying a source may
+// take for ever and must be possible to interrupt. SIGINT and SIGTERM end the program with status
+// 0, SIGUSR1 drops every link. Wrong options and ports that cannot be had end it with status 2 and
+// one line.
 #include "options.h"
 
 #include <csignal>
@@ -31,6 +33,7 @@ cameras make_cameras(const zucam::program_options& options)
 {
     cameras made;
     zucam::camera_options each = options.camera;
+    each.journal_limit = 0; // nobody here reads it
     if (!options.journal_path.empty()) {
         each.journal_to = std::make_shared<zucam::journal_file>(options.journal_path);
     }
@@ -79,7 +82,6 @@ int run(const zucam::program_options& options, const sigset_t& awaited)
 int main(int argc, char** argv)
 {
     (void)std::signal(SIGPIPE, SIG_IGN); // whoever reads our lines may go away
-    const sigset_t awaited = block_signals();
     const zucam::command_line line = zucam::read_command_line(argc, argv);
-    return line.run ? run(*line.run, awaited) : line.status;
+    return line.run ? run(*line.run, block_signals()) : line.status;
 }

@@ -1,0 +1,126 @@
+// How zucam-sim starts, and does not: what a refused start leaves alone, what can interrupt one,
+// and what is tried before the program says that it listens. The program is the one that is built.
+#include "camera_client.h"
+#include "eventually.h"
+#include "program_runner.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+using testing::HasSubstr;
+using tools::camera_client;
+using tools::from_hex;
+using tools::program;
+
+// A name in the folder for such files; what has it goes with the object.
+class temporary_name
+{
+public:
+    explicit temporary_name(const std::string& kind)
+        : name_(testing::TempDir() + kind + "." + std::to_string(getpid()))
+    {
+    }
+
+    ~temporary_name()
+    {
+        (void)unlink(name_.c_str());
+    }
+
+    temporary_name(const temporary_name&) = delete;
+    temporary_name& operator=(const temporary_name&) = delete;
+
+    const std::string& name() const
+    {
+        return name_;
+    }
+
+    std::string content() const
+    {
+        std::ifstream file(name_);
+        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    }
+
+private:
+    const std::string name_;
+};
+
+TEST(CameraStart, ARefusedStartLeavesTheJournalOfBeforeAlone)
+{
+    const temporary_name journal("journal");
+    std::ofstream(journal.name()) << "what was there\n";
+    program first(ZUCAM_SIM, {"--numbered", "64"});
+    const std::uint16_t port = tools::port_in(first.next_line());
+    program second(ZUCAM_SIM, {"--numbered", "64", "--port", std::to_string(port), "--journal",
+                               journal.name()});
+    EXPECT_EQ(second.exit_status(), 2);
+    EXPECT_EQ(journal.content(), "what was there\n");
+}
+
+TEST(CameraStart, AJournalGoesOnBehindTheOneOfBefore)
+{
+    const temporary_name journal("journal");
+    std::ofstream(journal.name()) << "what was there\n";
+    program sim(ZUCAM_SIM, {"--numbered", "64", "--journal", journal.name()});
+    camera_client client(tools::port_in(sim.next_line()));
+    client.send(from_hex("21100000 00000000 00000000"));
+    ASSERT_TRUE(client.next());
+    EXPECT_THAT(journal.content(), testing::StartsWith("what was there\n{"));
+    EXPECT_THAT(journal.content(), HasSubstr("heartbeat"));
+}
+
+TEST(CameraStart, AJournalThatCannotBeWrittenIsToldOnce)
+{
+    program sim(ZUCAM_SIM, {"--numbered", "64", "--journal", "/dev/full"});
+    camera_client client(tools::port_in(sim.next_line()));
+    for (int i = 0; i < 3; ++i) {
+        client.send(from_hex("21100000 00000000 00000000"));
+        ASSERT_TRUE(client.next());
+    }
+    sim.send_signal(SIGTERM);
+    EXPECT_EQ(sim.exit_status(), 0);
+    EXPECT_EQ(sim.errors(), "zucam: the journal lacks lines, it cannot be written: No space left "
+                            "on device\n");
+}
+
+// The source is a pipe that brings nothing: who reads from it waits.
+TEST(CameraStart, ASourceThatNeverShowsAnythingCanBeInterrupted)
+{
+    const temporary_name pipe("pipe");
+    ASSERT_EQ(mkfifo(pipe.name().c_str(), 0600), 0);
+    program sim(ZUCAM_SIM, {"--source", pipe.name()});
+    int feeder = -1;
+    ASSERT_TRUE(support::eventually([&] {
+        feeder = open(pipe.name().c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        return feeder >= 0;
+    })) << "the program reads from its source";
+    sim.send_signal(SIGINT);
+    EXPECT_EQ(sim.exit_status(), 1000 + SIGINT);
+    (void)close(feeder);
+}
+
+TEST(CameraStart, ACodecThatIsNotThereIsRefused)
+{
+    const char* const before = std::getenv("ASAN_OPTIONS");
+    const std::string more = before == nullptr ? "" : std::string(":") + before;
+    (void)setenv("ASAN_OPTIONS", ("verify_asan_link_order=0" + more).c_str(), 1);
+    (void)setenv("LD_PRELOAD", WITHOUT_H265, 1);
+    program sim(ZUCAM_SIM, {"--codec", "h265"});
+    EXPECT_EQ(sim.exit_status(), 2);
+    EXPECT_EQ(sim.output(), "");
+    EXPECT_EQ(sim.errors(), "zucam-sim: --codec: the encoder libx265 does not work: this FFmpeg "
+                            "was built without it\n");
+    program other(ZUCAM_SIM, {"--codec", "h264"});
+    EXPECT_NE(tools::port_in(other.next_line()), 0);
+}
+
+} // namespace
