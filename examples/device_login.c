@@ -30,8 +30,7 @@ ZU_U32 log_in(const struct device_options* options)
     if (ZU_NET_DEV_Init() != ZU_SUCCESS ||
         ZU_NET_DEV_Login(&handle, options->user, options->password, options->host, options->port) !=
             ZU_SUCCESS) {
-        (void)fprintf(stderr, "no login to %s:%u (--verbose tells more)\n", options->host,
-                      options->port);
+        complain("no login to %s:%u (--verbose tells more)", options->host, options->port);
         exit(EXIT_LOGIN);
     }
     printf("logged in to %s:%u\n", options->host, options->port);
@@ -51,8 +50,11 @@ void step(ZU_U32 handle, ZU_S32 code, const char* what)
         printf("%s: done\n", what);
         return;
     }
-    (void)fprintf(stderr, "%s: %s (code %d)\n", what,
-                  code == ZU_FAILURE ? "no answer" : "refused by the device", (int)code);
+    if (code == ZU_FAILURE) {
+        complain("%s: failed, link down or no answer (--verbose tells more)", what);
+    } else {
+        complain("%s: refused by the device (code %d)", what, (int)code);
+    }
     log_out(handle);
     exit(EXIT_REFUSED);
 }

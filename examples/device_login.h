@@ -1,5 +1,5 @@
 /*
- * What the smaller examples have in common: from the options to a login, and back. Called by the
+ * What the examples have in common: from the options to a login, and back. Called by the
  * main thread; the library's own lines are shown on standard error with --verbose only.
  */
 #ifndef DEVICE_LOGIN_H

@@ -1,37 +1,80 @@
 /*
- * Reading and checking the options of the examples. The library takes any text as a host and makes
- * 0.0.0.0 of what is no IPv4 address, so the address is checked here. No threads.
+ * Reading and checking the options of the examples, by one table of all of them. The library takes
+ * any text as a host and makes 0.0.0.0 of what is no IPv4 address, so the address is checked here.
+ * No threads.
  */
 #include "device_options.h"
 
 #include <arpa/inet.h>
 #include <errno.h>
 #include <getopt.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 static const char* program_name = "example";
 
+void complain(const char* format, ...)
+{
+    char line[512];
+    va_list values;
+    va_start(values, format);
+    /* The linter does not see the va_start in the line above. */
+    (void)vsnprintf(line, sizeof line, format, values); /* NOLINT(clang-analyzer-valist*) */
+    va_end(values);
+    (void)fprintf(stderr, "%s: %s\n", program_name, line);
+}
+
 static void wrong(const char* what)
 {
-    (void)fprintf(stderr, "%s: %s (--help tells all)\n", program_name, what);
+    complain("%s (--help tells all)", what);
     exit(EXIT_OPTIONS);
 }
 
-static void help(void)
+/* ---- the options: what they are called, who takes them, what help says ---- */
+
+struct described_option {
+    struct option option;
+    unsigned taken; /* 0: by every program */
+    const char* help;
+};
+
+static const struct described_option all_options[] = {
+    {{"host", required_argument, NULL, 'h'}, 0, "--host ADDRESS   the device's IPv4 address"},
+    {{"port", required_argument, NULL, 'p'}, 0, "--port PORT      its TCP port"},
+    {{"user", required_argument, NULL, 'u'}, 0, "--user NAME      user name [admin]"},
+    {{"password", required_argument, NULL, 'w'}, 0, "--password WORD  password [admin]"},
+    {{"seconds", required_argument, NULL, 's'},
+     TAKES_SECONDS,
+     "--seconds N      end after so many seconds [until SIGINT]"},
+    {{"out", required_argument, NULL, 'o'},
+     TAKES_OUT,
+     "--out FILE       keep the H.264 video in a file"},
+    {{"bitrate", required_argument, NULL, 'b'},
+     TAKES_BITRATE,
+     "--bitrate KBIT   the bit rate to set [half of what is set]"},
+    {{"stay", no_argument, NULL, 'y'},
+     TAKES_STAY,
+     "--stay           end where the camera looks then, not where it began"},
+    {{"verbose", no_argument, NULL, 'v'}, 0, "--verbose        show the library's own lines"},
+    {{"help", no_argument, NULL, 'H'}, 0, "--help           this"}};
+
+enum { OPTION_COUNT = sizeof all_options / sizeof all_options[0] };
+
+static int is_taken(const struct described_option* option, unsigned taken)
 {
-    printf("usage: %s --host ADDRESS --port PORT [OPTION VALUE]...\n"
-           "  --host ADDRESS   the device's IPv4 address\n"
-           "  --port PORT      its TCP port\n"
-           "  --user NAME      user name [admin]\n"
-           "  --password WORD  password [admin]\n"
-           "  --seconds N      end after so many seconds [until SIGINT]\n"
-           "  --out FILE       live_view: keep the video in a file\n"
-           "  --bitrate KBIT   settings: the bit rate to set [half of what is set]\n"
-           "  --stay           ptz: end where the camera looks then, not where it began\n"
-           "  --verbose        show the library's own lines\n",
-           program_name);
+    return option->taken == 0 || (option->taken & taken) != 0;
+}
+
+static void help(unsigned taken)
+{
+    printf("usage: %s --host ADDRESS --port PORT [OPTION VALUE]...\n", program_name);
+    for (size_t i = 0; i < OPTION_COUNT; ++i) {
+        if (is_taken(&all_options[i], taken)) {
+            printf("  %s\n", all_options[i].help);
+        }
+    }
     exit(0);
 }
 
@@ -78,11 +121,8 @@ static void take(int option, struct device_options* options)
     case 'v':
         options->verbose = 1;
         break;
-    case 'H':
-        help();
+    default: /* there are no others */
         break;
-    default:
-        wrong("an option is unknown or lacks its value");
     }
 }
 
@@ -97,31 +137,55 @@ static void check(const struct device_options* options)
     }
 }
 
-void read_device_options(int argc, char** argv, struct device_options* options)
+/* The table for getopt_long_only, of those options that are taken. */
+static void make_table(unsigned taken, struct option table[OPTION_COUNT + 1])
 {
-    static const struct option known[] = {{"host", required_argument, NULL, 'h'},
-                                          {"port", required_argument, NULL, 'p'},
-                                          {"user", required_argument, NULL, 'u'},
-                                          {"password", required_argument, NULL, 'w'},
-                                          {"seconds", required_argument, NULL, 's'},
-                                          {"out", required_argument, NULL, 'o'},
-                                          {"bitrate", required_argument, NULL, 'b'},
-                                          {"stay", no_argument, NULL, 'y'},
-                                          {"verbose", no_argument, NULL, 'v'},
-                                          {"help", no_argument, NULL, 'H'},
-                                          {NULL, 0, NULL, 0}};
+    static const struct option end = {NULL, 0, NULL, 0};
+    size_t count = 0;
+    for (size_t i = 0; i < OPTION_COUNT; ++i) {
+        if (is_taken(&all_options[i], taken)) {
+            table[count++] = all_options[i].option;
+        }
+    }
+    table[count] = end;
+}
+
+/* getopt_long_only goes past a whole word at a time, so the one it refused is the one before. */
+static void refuse(char** argv, const char* why)
+{
+    complain("%s %s (--help tells all)", argv[optind - 1], why);
+    exit(EXIT_OPTIONS);
+}
+
+void read_device_options(int argc, char** argv, unsigned taken, struct device_options* options)
+{
+    struct option table[OPTION_COUNT + 1];
     const char* const slash = strrchr(argv[0], '/');
     int option = 0;
     memset(options, 0, sizeof *options);
     options->user = "admin";
     options->password = "admin";
     program_name = slash != NULL ? slash + 1 : argv[0];
+    make_table(taken, table);
     opterr = 0; /* our lines, not getopt's */
-    while ((option = getopt_long(argc, argv, "", known, NULL)) != -1) {
-        take(option, options);
+    while ((option = getopt_long_only(argc, argv, ":", table, NULL)) != -1) {
+        switch (option) {
+        case 'H':
+            help(taken);
+            break;
+        case ':':
+            refuse(argv, "lacks its value");
+            break;
+        case '?':
+            refuse(argv, "is no option of this program");
+            break;
+        default:
+            take(option, options);
+        }
     }
     if (optind < argc) {
-        wrong("only options are taken");
+        complain("%s is surplus, only options are taken (--help tells all)", argv[optind]);
+        exit(EXIT_OPTIONS);
     }
     check(options);
 }

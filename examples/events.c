@@ -5,8 +5,10 @@
  * The library calls on_event on a thread per event; one printf per line keeps lines whole. Ends
  * with 0; 2: wrong options; 3: no login; 4: the callback could not be set.
  */
+#include <errno.h>
 #include <signal.h>
 #include <stdio.h>
+#include <string.h>
 #include <time.h>
 
 #include "device_login.h"
@@ -42,21 +44,44 @@ static void block_signals(sigset_t* awaited)
     (void)pthread_sigmask(SIG_BLOCK, awaited, NULL);
 }
 
+static struct timespec left_until(const struct timespec* end)
+{
+    struct timespec left;
+    (void)clock_gettime(CLOCK_MONOTONIC, &left);
+    left.tv_sec = end->tv_sec - left.tv_sec;
+    left.tv_nsec = end->tv_nsec - left.tv_nsec;
+    if (left.tv_nsec < 0) {
+        left.tv_sec -= 1;
+        left.tv_nsec += 1000000000;
+    }
+    if (left.tv_sec < 0) {
+        memset(&left, 0, sizeof left);
+    }
+    return left;
+}
+
+/* A program that was stopped and goes on (Ctrl-Z, fg) finds its wait interrupted. */
 static void wait_for_end(const sigset_t* awaited, long seconds)
 {
-    const struct timespec limit = {seconds, 0};
+    struct timespec end;
+    struct timespec left;
+    int number = 0;
     if (seconds == 0) {
-        (void)sigwaitinfo(awaited, NULL);
-    } else {
-        (void)sigtimedwait(awaited, NULL, &limit);
+        (void)sigwait(awaited, &number); /* begins again by itself */
+        return;
     }
+    (void)clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_sec += seconds;
+    do {
+        left = left_until(&end);
+    } while (sigtimedwait(awaited, NULL, &left) < 0 && errno == EINTR);
 }
 
 int main(int argc, char** argv)
 {
     struct device_options options;
     sigset_t awaited;
-    read_device_options(argc, argv, &options);
+    read_device_options(argc, argv, TAKES_SECONDS, &options);
     block_signals(&awaited);
     const ZU_U32 handle = log_in(&options);
     step(handle, ZU_NET_DEV_SetEventCallBack(handle, on_event, NULL), "set the event callback");

@@ -7,7 +7,7 @@
  * the stream again and asks for a key frame.
  *
  * The live line goes to standard error, the summary to standard output. Ends with 0 when video
- * arrived; 1: it could not be written to the file; 2: wrong options; 3: no login; 4: the device did
+ * arrived; 1: it could not be kept in the file; 2: wrong options; 3: no login; 4: the device did
  * not start the stream; 5: no video came.
  */
 #include <errno.h>
@@ -18,16 +18,10 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "device_options.h"
+#include "device_login.h"
 #include "zu_net_dev_api.h"
 
-enum {
-    EXIT_VIDEO = 0,
-    EXIT_FILE = 1, /* 2 is EXIT_OPTIONS */
-    EXIT_LOGIN = 3,
-    EXIT_START = 4,
-    EXIT_NO_VIDEO = 5
-};
+enum { EXIT_VIDEO = 0, EXIT_FILE = 1, EXIT_START = 4, EXIT_NO_VIDEO = 5 };
 
 enum { FLAG_SIZE = 4, MAX_CONNECTIONS = 32, MAX_PARAMETER_SETS = 512 };
 
@@ -47,6 +41,7 @@ struct view {
 
     FILE* file; /* NULL: none wanted */
     int file_failed;
+    unsigned long kept;                               /* frames, in the file */
     int awaits_key_frame;                             /* nothing is written before one */
     unsigned char parameter_sets[MAX_PARAMETER_SETS]; /* of the last key block */
     size_t parameter_sets_size;
@@ -104,6 +99,7 @@ static void keep_frame(struct view* view, const unsigned char* unit, size_t size
         write_out(view, view->parameter_sets, view->parameter_sets_size);
     }
     write_out(view, unit, size);
+    view->kept += 1;
 }
 
 static void take_video(struct view* view, const unsigned char* unit, size_t size)
@@ -138,10 +134,10 @@ static void note_connection(struct view* view)
     }
 }
 
-/* The device describes the stream where it begins, so a description means a beginning. */
+/* It comes where the stream begins, and again where it says something new, of the sound for
+ * instance: so it is no reason to wait for a key frame. New pictures begin with one anyway. */
 static void take_description(struct view* view, const unsigned char* block, size_t size)
 {
-    view->awaits_key_frame = 1;
     if (size >= sizeof view->description) { /* it may be shorter than it should be */
         memcpy(&view->description, block, sizeof view->description);
     }
@@ -198,19 +194,6 @@ static ZU_S32 on_event(ZU_U32 handle, ZU_U32 event, ZU_VOID* user)
     view->link_was_lost |= event == ZU_NET_DEV_DISCONNECTED;
     (void)pthread_mutex_unlock(&view->lock);
     return 0;
-}
-
-/* The library tells why it failed by log lines alone. Left to itself it prints them. */
-static void on_log_shown(int type, const char* line)
-{
-    (void)type;
-    (void)fputs(line, stderr);
-}
-
-static void on_log_hidden(int type, const char* line)
-{
-    (void)type;
-    (void)line;
 }
 
 /* ---- what is shown: the main thread ---- */
@@ -283,49 +266,51 @@ static int view_stream(ZU_U32 handle, struct view* view, long seconds)
     if (ZU_NET_DEV_SetStreamCallBack(handle, on_stream, view) != ZU_SUCCESS ||
         ZU_NET_DEV_SetEventCallBack(handle, on_event, view) != ZU_SUCCESS ||
         ZU_NET_DEV_StartStreamExt(handle, &stream) != ZU_SUCCESS) {
-        (void)fprintf(stderr, "live_view: the device did not start stream 0\n");
+        complain("the device did not start stream 0");
         return EXIT_START;
     }
     if (ZU_NET_DEV_MakeKeyFrame(handle, 11 + stream.u32Stream) != ZU_SUCCESS) {
-        (void)fprintf(stderr, "live_view: no key frame on demand, waiting for the next one\n");
+        complain("no key frame on demand, waiting for the next one");
     }
     watch(view, seconds);
     if (ZU_NET_DEV_StopStream(handle) != ZU_SUCCESS) { /* no harm: logging out ends it too */
-        (void)fprintf(stderr, "live_view: the device did not stop stream 0\n");
+        complain("the device did not stop stream 0");
     }
     return EXIT_VIDEO;
 }
 
-static int log_in_and_view(const struct device_options* options, struct view* view)
+/* Opened after the login, so that a device that is not there costs nobody the file of before. */
+static int open_file(struct view* view, const char* name)
 {
-    ZU_U32 handle = 0;
-    ZU_NET_DEV_SetLogLevel(ZU_LOG_LEVEL_ERROR); /* without it, requests have no time limit */
-    ZU_NET_DEV_SetLogCallback(options->verbose ? on_log_shown : on_log_hidden);
-    if (ZU_NET_DEV_Init() != ZU_SUCCESS) {
-        (void)fprintf(stderr, "live_view: the library cannot be initialised\n");
-        return EXIT_LOGIN;
+    view->file = name != NULL ? fopen(name, "wb") : NULL;
+    if (name == NULL || view->file != NULL) {
+        return 1;
     }
-    if (ZU_NET_DEV_Login(&handle, options->user, options->password, options->host, options->port) !=
-        ZU_SUCCESS) {
-        (void)fprintf(stderr, "live_view: no login to %s:%u (--verbose tells more)\n",
-                      options->host, options->port);
-        (void)ZU_NET_DEV_DeInit();
-        return EXIT_LOGIN;
+    complain("cannot write %s: %s", name, strerror(errno));
+    return 0;
+}
+
+static int judge_file(struct view* view)
+{
+    if (fclose(view->file) != 0 || view->file_failed) {
+        complain("the file could not be written");
+        return EXIT_FILE;
     }
-    const int result = view_stream(handle, view, options->seconds);
-    (void)ZU_NET_DEV_Logout(handle); /* from here on nobody calls back */
-    (void)ZU_NET_DEV_DeInit();
-    return result;
+    if (view->kept == 0 && view->frames > 0) {
+        complain("no H.264 key frame came, nothing was kept");
+        return EXIT_FILE;
+    }
+    return EXIT_VIDEO;
 }
 
 static int judge(struct view* view, int result)
 {
-    if (view->file != NULL && (fclose(view->file) != 0 || view->file_failed)) {
-        (void)fprintf(stderr, "live_view: the file could not be written\n");
-        return EXIT_FILE;
+    const int kept = view->file != NULL ? judge_file(view) : EXIT_VIDEO;
+    if (kept != EXIT_VIDEO) {
+        return kept;
     }
     if (result == EXIT_VIDEO && view->frames == 0) {
-        (void)fprintf(stderr, "live_view: no video came\n");
+        complain("no video came");
         return EXIT_NO_VIDEO;
     }
     return result;
@@ -335,17 +320,19 @@ int main(int argc, char** argv)
 {
     struct device_options options;
     const struct sigaction to_the_end = {.sa_handler = on_signal};
-    int result = EXIT_VIDEO;
-    read_device_options(argc, argv, &options);
-    if (options.out != NULL && (the_view.file = fopen(options.out, "wb")) == NULL) {
-        (void)fprintf(stderr, "live_view: cannot write %s: %s\n", options.out, strerror(errno));
-        return EXIT_FILE;
-    }
+    int result = EXIT_FILE;
+    read_device_options(argc, argv, TAKES_SECONDS | TAKES_OUT, &options);
     (void)sigaction(SIGINT, &to_the_end, NULL);
     (void)sigaction(SIGTERM, &to_the_end, NULL);
-    result = log_in_and_view(&options, &the_view);
-    if (result != EXIT_LOGIN) {
-        summarise(&the_view);
+    const ZU_U32 handle = log_in(&options);
+    const int has_file = open_file(&the_view, options.out);
+    if (has_file) {
+        result = view_stream(handle, &the_view, options.seconds);
     }
+    log_out(handle); /* from here on nobody calls back */
+    if (!has_file) {
+        return result;
+    }
+    summarise(&the_view);
     return judge(&the_view, result);
 }

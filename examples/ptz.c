@@ -49,7 +49,7 @@ static void print_presets(ZU_U32 handle)
 int main(int argc, char** argv)
 {
     struct device_options options;
-    read_device_options(argc, argv, &options);
+    read_device_options(argc, argv, TAKES_STAY, &options);
     const ZU_U32 handle = log_in(&options);
     step(handle, ZU_NET_DEV_PTZ_Ctrl_Preset(handle, PRESET_STORE, 1), "store preset 1");
     pan_right(handle);

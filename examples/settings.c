@@ -25,7 +25,7 @@ int main(int argc, char** argv)
 {
     struct device_options options;
     ZU_S_Video_Ext video;
-    read_device_options(argc, argv, &options);
+    read_device_options(argc, argv, TAKES_BITRATE, &options);
     const ZU_U32 handle = log_in(&options);
     read_video(handle, &video, "read the video setting");
     const ZU_U32 wanted = options.bitrate != 0 ? options.bitrate : video.u32Bitrate / 2;
@@ -35,7 +35,8 @@ int main(int argc, char** argv)
     read_video(handle, &video, "read the video setting again");
     log_out(handle);
     if (video.u32Bitrate != wanted) {
-        (void)fprintf(stderr, "the device tells another bit rate than the one set\n");
+        complain("the device tells another bit rate than the one set: %u instead of %u kbit/s",
+                 video.u32Bitrate, wanted);
         return EXIT_REFUSED;
     }
     return EXIT_DONE;

@@ -48,7 +48,7 @@ TEST(CameraExamples, SettingsTellsWhenTheDeviceRefuses)
     const zucam::camera camera(plain());
     program run(SETTINGS, to_camera(camera, {"--bitrate", "1"}));
     EXPECT_EQ(run.exit_status(), 4);
-    EXPECT_EQ(run.errors(), "set the bit rate: refused by the device (code 2)\n");
+    EXPECT_EQ(run.errors(), "settings: set the bit rate: refused by the device (code 2)\n");
 }
 
 TEST(CameraExamples, PtzMovesStopsStoresAndGoesBack)
@@ -71,16 +71,6 @@ TEST(CameraExamples, PtzStaysWhereItIsWhenAsked)
     EXPECT_EQ(run.exit_status(), 0) << run.errors();
     EXPECT_EQ(run.output().find("go to"), std::string::npos);
     EXPECT_EQ(camera.received(0x1041), 2U);
-}
-
-TEST(CameraExamples, PtzTellsWhenNoAnswerComes)
-{
-    zucam::camera_options options = plain();
-    options.initial_faults.never_answer = {0x1041};
-    const zucam::camera camera(options);
-    program run(PTZ, to_camera(camera, {}));
-    EXPECT_EQ(run.exit_status(), 4);
-    EXPECT_EQ(run.errors(), "store preset 1: no answer (code -1)\n");
 }
 
 TEST(CameraExamples, EventsShowsALossAndTheWayBack)
