@@ -3,8 +3,9 @@
 # against a device given by --host, and proves that what arrived is video. The virtual camera is then
 # told another bit rate and panned, and both are measured in what it sends.
 #
-# usage: demo.sh [SECONDS] [--host H --port P --user U --password W]
-# Called by `./run demo`, which has built everything; BUILD_DIR is where (build/dev unless set).
+# usage: demo.sh [--check] [SECONDS] [--host H --port P --user U --password W]
+# Called by `./run demo`, first with --check, which only judges the other arguments, and then when
+# everything is built; BUILD_DIR is where (build/dev unless set).
 # Leaves demo/live.h264, demo/live.mp4 and demo/picture.png, and with the virtual camera
 # demo/before.png and demo/after.png. Ends with 0 only when all of it is good.
 set -euo pipefail
@@ -13,6 +14,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 build_dir=${BUILD_DIR:-build/dev}
 seconds=12
 host='' port='' user=admin password=admin
+check_only=''
 camera_pid=''
 
 # A drop and the way back take some five seconds of the view.
@@ -28,37 +30,65 @@ usage_error() {
     exit 2
 }
 
+is_address() { # as live_view wants it
+    local octet='(25[0-5]|2[0-4][0-9]|1[0-9][0-9]|[1-9]?[0-9])'
+    [[ $1 =~ ^$octet\.$octet\.$octet\.$octet$ ]]
+}
+
 is_number() { # TEXT LEAST MOST
     [[ $1 =~ ^[0-9]{1,6}$ ]] && [ "$((10#$1))" -ge "$2" ] && [ "$((10#$1))" -le "$3" ]
 }
 
 read_arguments() {
+    if [ "${1-}" = --check ]; then
+        check_only=yes
+        shift
+    fi
     if [ $# -gt 0 ] && [[ $1 != --* ]]; then
         is_number "$1" 1 86400 || usage_error "'$1' is no number of seconds from 1 to 86400"
         seconds=$((10#$1))
         shift
     fi
     while [ $# -gt 0 ]; do
+        case $1 in
+        --host | --port | --user | --password) ;;
+        *) usage_error "'$1' is unknown; --host, --port, --user and --password are known" ;;
+        esac
         [ $# -ge 2 ] || usage_error "$1 needs a value"
         case $1 in
-        --host) host=$2 ;;
-        --port) port=$2 ;;
+        --host)
+            is_address "$2" || usage_error "'$2' is no IPv4 address such as 192.0.2.7"
+            host=$2
+            ;;
+        --port)
+            is_number "$2" 1 65535 || usage_error "'$2' is no port, a number from 1 to 65535"
+            port=$2
+            ;;
         --user) user=$2 ;;
         --password) password=$2 ;;
-        *) usage_error "'$1' is unknown; --host, --port, --user and --password are known" ;;
         esac
         shift 2
     done
-    [ -z "$host" ] || is_number "$port" 1 65535 || usage_error '--host needs --port 1 to 65535'
+    [ -z "$host" ] || [ -n "$port" ] || usage_error '--host needs --port'
     [ -n "$host" ] || [ -z "$port" ] || usage_error '--port needs --host'
 }
 
-end_camera() {
-    if [ -n "$camera_pid" ]; then
-        kill "$camera_pid" 2>/dev/null || true
-        wait "$camera_pid" 2>/dev/null || true
-        camera_pid=''
+# When the demo fails half-way the camera goes too; how it ends is of no interest then.
+drop_camera() {
+    if [ -n "$camera_pid" ] && kill "$camera_pid" 2>/dev/null; then
+        if ! wait "$camera_pid"; then
+            printf 'demo: the virtual camera did not end well either\n' >&2
+        fi
     fi
+}
+
+# A camera that cannot end well has something wrong, whatever it has sent before.
+end_camera() {
+    local pid=$camera_pid status=0
+    camera_pid=''
+    kill "$pid" || fail 'the virtual camera has ended by itself'
+    wait "$pid" || status=$?
+    [ $status -eq 0 ] || fail "the virtual camera ended with status $status"
 }
 
 start_camera() {
@@ -68,7 +98,7 @@ start_camera() {
     fi
     exec 3< <(exec "$build_dir/virtual_camera/zucam-sim" "${options[@]}")
     camera_pid=$!
-    trap end_camera EXIT
+    trap drop_camera EXIT
     IFS= read -r -t 30 line <&3 || fail 'the virtual camera does not start'
     host=127.0.0.1
     port=${line##*:}
@@ -87,6 +117,7 @@ view() {
     printf '%s\n' "$summary"
     case $status in
     0) ;;
+    1) fail 'the video could not be kept' ;;
     3) fail "no login to $host:$port" ;;
     4) fail 'the device did not start the stream' ;;
     5) fail 'no video came' ;;
@@ -211,6 +242,7 @@ show_obedience() {
 }
 
 read_arguments "$@"
+[ -z "$check_only" ] || exit 0
 mkdir -p demo
 rm -f demo/live.h264 demo/live.mp4 demo/picture.png demo/before.* demo/after.*
 real_device=$host

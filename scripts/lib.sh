@@ -52,7 +52,7 @@ missing_packages() {
 
 # Installs what is missing; quiet and quick when nothing is.
 need_packages() {
-    command -v dpkg-query >/dev/null || return 0 # not a Debian: the build says what it lacks
+    command -v dpkg-query >/dev/null || return 0 # not a Debian: build/*.configure.log says what is left out
     local missing
     mapfile -t missing < <(missing_packages "$@")
     [ ${#missing[@]} -gt 0 ] || return 0

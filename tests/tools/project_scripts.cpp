@@ -1,0 +1,130 @@
+// The project's own scripts: what they refuse, and that the house rules see what they are to see.
+// The rules are run in a copy of the sources, to which a test adds what they forbid.
+#include "program_runner.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+using testing::HasSubstr;
+using tools::program;
+
+const fs::path project = PROJECT;
+const std::string nap = std::string("sleep") + "(1)"; // the rules read this file too
+
+TEST(ProjectScripts, TheDemoRefusesWrongArgumentsBeforeItBuilds)
+{
+    const std::vector<std::vector<std::string>> wrong = {
+        {"100000"},
+        {"0"},
+        {"--host", "name", "--port", "9000"},
+        {"--host", "192.0.2.256", "--port", "9000"},
+        {"--host", "192.0.2.7"},
+        {"--port", "9000"},
+        {"--host", "192.0.2.7", "--port", "65536"},
+        {"--colour", "red"},
+        {"5", "--user"}};
+    for (const auto& arguments : wrong) {
+        std::vector<std::string> all = {"demo"};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        program run(project / "run", all);
+        EXPECT_EQ(run.exit_status(), 2) << testing::PrintToString(arguments);
+        EXPECT_EQ(run.output(), "") << "nothing was begun";
+        EXPECT_THAT(run.errors(), testing::MatchesRegex("demo: [^\n]*\n"));
+    }
+}
+
+TEST(ProjectScripts, TheDemosArgumentsCanBeJudgedAlone)
+{
+    program run(project / "scripts/demo.sh",
+                {"--check", "20", "--host", "192.0.2.7", "--port", "9000", "--user", "a"});
+    EXPECT_EQ(run.exit_status(), 0);
+    EXPECT_EQ(run.output() + run.errors(), "");
+}
+
+class HouseRules : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        for (const char* const part :
+             {"README.md", "docs", "cmake", "CMakeLists.txt", "CMakePresets.json", ".clang-tidy",
+              ".clang-format", "run", ".ci", "scripts", "source", "virtual_camera", "examples"}) {
+            fs::create_directories(copy_);
+            fs::copy(project / part, copy_ / part, fs::copy_options::recursive);
+        }
+        fs::create_directories(copy_ / "tests");
+        add("tests/some_test.cpp", "// A test.\n");
+    }
+
+    void TearDown() override
+    {
+        fs::remove_all(copy_);
+    }
+
+    void add(const std::string& file, const std::string& text) const
+    {
+        std::ofstream(copy_ / file, std::ios::app) << text;
+    }
+
+    // What they print; empty when all is well.
+    std::string breaches() const
+    {
+        program run(copy_ / "scripts/house_rules.sh", {});
+        const bool good = run.exit_status() == 0;
+        EXPECT_EQ(good, run.output().empty()) << run.output() << run.errors();
+        return run.output() + run.errors();
+    }
+
+    const fs::path copy_ = fs::path(testing::TempDir()) / ("rules." + std::to_string(getpid()));
+};
+
+TEST_F(HouseRules, FindNothingInTheSourcesAsTheyAre)
+{
+    EXPECT_EQ(breaches(), "");
+}
+
+TEST_F(HouseRules, SeeCodeThatBeginsWithAStar)
+{
+    add("source/src/log.cpp", "*record = new int;\n");
+    add("tests/some_test.cpp", "*later = " + nap + ";\n");
+    EXPECT_THAT(breaches(), testing::AllOf(HasSubstr("the library allocates nothing"),
+                                           HasSubstr("tests/some_test.cpp:2: a test polls")));
+}
+
+TEST_F(HouseRules, PassOverCommentsOfEveryShape)
+{
+    add("source/src/log.cpp", "/* throw\n * catch (x)\n   new thing; */ // new thing; /*\n"
+                              "/* one */ /* new thing; */\n");
+    add("tests/some_test.cpp", "// " + nap + "\nint i = " + nap + "; // sleep: a slow device\n");
+    EXPECT_EQ(breaches(), "");
+}
+
+TEST_F(HouseRules, SeeCodeBehindWhatOnlyLooksLikeAComment)
+{
+    add("source/src/log.cpp", "const char* a = \"http://x/*\"; int* b = new int;\n");
+    EXPECT_THAT(breaches(), HasSubstr("the library allocates nothing"));
+}
+
+TEST_F(HouseRules, SeeAFailureThatAScriptIgnores)
+{
+    add("scripts/lib.sh", "rm -r somewhere || true\n");
+    EXPECT_THAT(breaches(), HasSubstr("scripts/lib.sh:"));
+}
+
+TEST_F(HouseRules, FailWhenAPathIsNotThere)
+{
+    fs::remove_all(copy_ / "docs");
+    program run(copy_ / "scripts/house_rules.sh", {});
+    EXPECT_NE(run.exit_status(), 0);
+    EXPECT_THAT(run.errors(), HasSubstr("docs"));
+}
+
+} // namespace
