@@ -254,13 +254,17 @@ void wake(int pipe_end)
     }
 }
 
+// A pipe that can't be made non-blocking is left alone: the next worker finds its byte and ends once
+// more, where a read of an empty pipe would wait for ever.
 void drain(int pipe_end)
 {
     if (pipe_end == -1) {
         return;
     }
     const int flags = fcntl(pipe_end, F_GETFL);
-    fcntl(pipe_end, F_SETFL, flags | O_NONBLOCK);
+    if (flags == -1 || fcntl(pipe_end, F_SETFL, flags | O_NONBLOCK) == -1) {
+        return;
+    }
     char byte;
     while (read(pipe_end, &byte, 1) > 0) {
     }
