@@ -1,0 +1,61 @@
+// A device on a simulated machine that does everything right: answers each request, answers each
+// heartbeat, streams numbered frames once a stream has been started, and accepts whoever connects.
+#pragma once
+
+#include <map>
+
+#include "machine.h"
+#include "wire_bytes.h"
+
+namespace sim
+{
+
+class good_device : public device
+{
+public:
+    explicit good_device(machine& on, unsigned short port = 9000);
+
+    void connected(const connection_ref& link) override;
+    void received(const connection_ref& link) override;
+    void ended(const connection_ref& link) override;
+
+    void drop_links();
+    void stop_answering() // requests; heartbeats still are
+    {
+        silent = true;
+    }
+    int requests(uint32_t type) const; // how many of a type have come, over all links
+    size_t links() const
+    {
+        return live.size();
+    }
+    int links_made() const
+    {
+        return made;
+    }
+    const connection_ref& newest() const
+    {
+        return live.back();
+    }
+
+    micros answer_after = 1 * milliseconds;
+    micros frame_every = 40 * milliseconds;
+
+private:
+    void act_on(const connection_ref& link, const support::message& request);
+    void stream(const connection_ref& link);
+
+    machine& on;
+    std::vector<connection_ref> live;
+    std::map<const connection*, bool> streaming;
+    std::map<uint32_t, int> seen;
+    bool silent = false;
+    int made = 0;
+    uint32_t frames = 0;
+};
+
+// The number and the filling of a frame as the good device makes it, and the check of one.
+support::bytes numbered_frame(uint32_t number);
+bool is_numbered_frame(const support::bytes& body, uint32_t* number);
+
+} // namespace sim

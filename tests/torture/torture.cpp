@@ -1,0 +1,265 @@
+// Fails every call that the library makes of the system, one after the other, and looks what comes
+// of it.
+//
+// A first run without a fault counts the calls. Then for each of them, and for each error that it
+// can end with: a run in which that call fails once, and one in which it fails from then on; for
+// calls that move bytes also runs in which it moves one byte, once and from then on. Every run must
+// leave the process standing, every entry point with the result and lines it promises, and nothing
+// behind (scenario.h); what a failure leads to at once must stand in the table (call_sites.txt).
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdio>
+
+#include "call_sites.h"
+#include "scenario.h"
+#include "workers.h"
+
+namespace
+{
+
+using namespace torture;
+
+// One fault: the call with this number, counted over the whole run, and perhaps the later ones of
+// its site.
+struct plan {
+    size_t nth;
+    sim::place site;
+    int error; // 0: moves one byte
+    bool from_then_on;
+};
+
+struct counted_call {
+    std::string function;
+    sim::place from;
+};
+
+std::vector<counted_call> count_calls()
+{
+    std::vector<counted_call> calls;
+    watcher counting;
+    counting.before_call = [&](const sim::call& made) {
+        calls.push_back({made.function, made.from});
+        return sim::verdict{};
+    };
+    const outcome out = play(counting);
+    if (!out.undisturbed()) {
+        sim::give_up("the run without a fault is not undisturbed: " +
+                     (out.breaches.empty() ? "results or events" : out.breaches.front()));
+    }
+    return calls;
+}
+
+bool moves_bytes(const std::string& function)
+{
+    return function == "recv" || function == "send" || function == "read";
+}
+
+std::vector<plan> make_plans(const std::vector<counted_call>& calls)
+{
+    std::vector<plan> plans;
+    for (size_t nth = 0; nth < calls.size(); nth++) {
+        std::vector<int> errors = errors_of(calls[nth].function);
+        if (moves_bytes(calls[nth].function)) {
+            errors.push_back(0);
+        }
+        for (const int error : errors) {
+            plans.push_back({nth, calls[nth].from, error, false});
+            if (may_go_on(calls[nth].function, error)) {
+                plans.push_back({nth, calls[nth].from, error, true});
+            }
+        }
+    }
+    return plans;
+}
+
+// What follows a failure on its thread, until that thread does anything else of note.
+class consequence
+{
+public:
+    void struck(unsigned on_thread, const std::string& during)
+    {
+        thread = on_thread;
+        entry_point = during;
+        listening = true;
+    }
+    void heard(const told& line)
+    {
+        if (listening && line.thread == thread) {
+            text = std::to_string(line.type) + " " + line.message;
+            listening = false;
+        }
+    }
+    void called(unsigned by, const std::string& function)
+    {
+        static const std::set<std::string> of_no_note = {
+            "close",    "gettimeofday", "localtime_r", "perror", "pthread_mutex_unlock",
+            "shutdown", "time"};
+        if (listening && by == thread && of_no_note.count(function) == 0) {
+            listening = false;
+        }
+    }
+    const std::string& line() const
+    {
+        return text;
+    }
+    const std::string& under_way() const
+    {
+        return entry_point;
+    }
+
+private:
+    bool listening = false;
+    unsigned thread = 0;
+    std::string entry_point;
+    std::string text = "-";
+};
+
+// One run with one fault.
+class strike
+{
+public:
+    explicit strike(const plan& what) : planned(what)
+    {
+    }
+
+    void run()
+    {
+        watcher by;
+        by.before_call = [this](const sim::call& made) { return judge(made); };
+        by.on_line = [this](const told& line) { after.heard(line); };
+        by.on_entry = [this](const std::string& name) { entry_point = name; };
+        out = play(by);
+        if (!has_struck) {
+            out.breaches.push_back("the call to fail was never made");
+        }
+    }
+
+    // The row of the table that the run has come to; the result is that of the entry point that was
+    // under way on the failing thread.
+    std::string row(const site_names& sites) const
+    {
+        std::string result = "-";
+        for (const entry& made : out.entries) {
+            if (made.name == after.under_way()) {
+                result = std::to_string(made.result);
+                break;
+            }
+        }
+        return table_row(sites[planned.site], planned.error, result, after.line());
+    }
+
+    const std::vector<std::string>& breaches() const
+    {
+        return out.breaches;
+    }
+
+private:
+    sim::verdict judge(const sim::call& made)
+    {
+        const unsigned thread = sim::machine::current().threads.thread_number();
+        after.called(thread, made.function);
+        const size_t number = count++;
+        const bool hit = number == planned.nth || (planned.from_then_on && number > planned.nth &&
+                                                   made.from == planned.site);
+        if (!hit) {
+            return {};
+        }
+        if (!has_struck) {
+            has_struck = true;
+            after.struck(thread, thread == 0 ? entry_point : "");
+        }
+        sim::verdict how;
+        if (planned.error != 0) {
+            how.error = planned.error;
+        } else {
+            how.at_most = 1;
+        }
+        return how;
+    }
+
+    const plan planned;
+    outcome out;
+    consequence after;
+    std::string entry_point;
+    size_t count = 0;
+    bool has_struck = false;
+};
+
+std::string describe(const plan& p, const site_names& sites)
+{
+    return "call " + std::to_string(p.nth) + ", " + sites[p.site] + ", " +
+           (p.error != 0 ? error_name(p.error) : "one byte") +
+           (p.from_then_on ? ", from then on" : ", once");
+}
+
+// One run; breaches and table rows go to the report.
+void run_plan(const plan& planned, const site_names& sites, FILE* report)
+{
+    strike one(planned);
+    one.run();
+    for (const std::string& breach : one.breaches()) {
+        report_breach(report, describe(planned, sites) + ": " + breach);
+    }
+    if (planned.error != 0 && !planned.from_then_on) {
+        report_row(report, one.row(sites));
+    }
+}
+
+// So many of them, evenly spread.
+std::vector<plan> sample(const std::vector<plan>& plans, size_t how_many)
+{
+    std::vector<plan> out;
+    for (size_t i = 0; i < how_many && i < plans.size(); i++) {
+        out.push_back(plans[i * plans.size() / how_many]);
+    }
+    return out;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Fails every call that the library makes of the system.");
+    size_t how_many = 0;
+    size_t workers = 2;
+    std::string table;
+    bool write_rows = false;
+    app.add_option("--sample", how_many, "so many of the runs, evenly spread; 0: all of them");
+    app.add_option("--workers", workers, "worker processes")->check(CLI::Range(1, 64));
+    app.add_option("--table", table, "what each failure must lead to")->required();
+    app.add_flag("--write-rows", write_rows, "print the rows that were met");
+    CLI11_PARSE(app, argc, argv);
+
+    const auto start = std::chrono::steady_clock::now();
+    const std::vector<counted_call> calls = count_calls();
+    std::map<sim::place, std::string> places;
+    for (const counted_call& made : calls) {
+        places[made.from] = made.function;
+    }
+    const site_names sites(places);
+    std::vector<plan> plans = make_plans(calls);
+    if (how_many != 0) {
+        plans = sample(plans, how_many);
+    }
+    const findings found = deal_out(
+        plans.size(), workers, [&](size_t i) { return describe(plans[i], sites); },
+        [&](size_t i, FILE* report) { run_plan(plans[i], sites, report); });
+
+    std::vector<std::string> wrong = found.breaches;
+    const expectations expected(table);
+    for (const std::string& difference : expected.differences(found.rows, how_many == 0)) {
+        wrong.push_back(difference);
+    }
+    for (const std::string& row : found.rows) {
+        if (write_rows) {
+            printf("%s\n", row.c_str());
+        }
+    }
+    for (const std::string& line : wrong) {
+        printf("%s\n", line.c_str());
+    }
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    printf("%zu call sites, %zu calls, %zu runs, %.1f s, %zu findings\n", sites.count(),
+           calls.size(), plans.size(), took.count(), wrong.size());
+    return wrong.empty() ? 0 : 1;
+}
