@@ -66,6 +66,7 @@ good_device::good_device(machine& machine_here, unsigned short port) : on(machin
 
 void good_device::connected(const connection_ref& link)
 {
+    link->stalled = stalled;
     live.push_back(link);
     made++;
 }
@@ -82,6 +83,22 @@ void good_device::drop_links()
         link->close();
     }
     live.clear();
+}
+
+void good_device::reset_links()
+{
+    for (const connection_ref& link : live) {
+        link->reset();
+    }
+    live.clear();
+}
+
+void good_device::stall(bool whether)
+{
+    stalled = whether;
+    for (const connection_ref& link : live) {
+        link->stalled = whether;
+    }
 }
 
 int good_device::requests(uint32_t type) const

@@ -20,9 +20,11 @@ public:
     void ended(const connection_ref& link) override;
 
     void drop_links();
-    void stop_answering() // requests; heartbeats still are
+    void reset_links();
+    void stall(bool whether);     // whether it leaves what it is sent unread
+    void set_silent(bool whether) // requests are not answered, heartbeats are
     {
-        silent = true;
+        silent = whether;
     }
     int requests(uint32_t type) const; // how many of a type have come, over all links
     size_t links() const
@@ -50,6 +52,7 @@ private:
     std::map<const connection*, bool> streaming;
     std::map<uint32_t, int> seen;
     bool silent = false;
+    bool stalled = false;
     int made = 0;
     uint32_t frames = 0;
 };

@@ -1,6 +1,7 @@
 // A machine of its own for the library. See machine.h.
 #include "machine.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 
@@ -9,6 +10,8 @@ namespace sim
 
 namespace
 {
+
+constexpr micros connect_limit = 127 * seconds;
 
 machine* the_machine;
 
@@ -54,7 +57,7 @@ void machine::sleep(micros time)
 
 bool machine::wait(const std::function<bool()>& ready, micros at_most)
 {
-    return threads.wait("a test's wait", ready, now() + at_most);
+    return threads.wait("a test's wait", ready, at_most == never ? never : now() + at_most);
 }
 
 pthread_t machine::start(std::function<void()> what)
@@ -144,7 +147,14 @@ int machine::connect(const descriptor_ref& socket, unsigned short port)
             errno = EINPROGRESS;
             return -1;
         }
-        wait_on("connect", socket, [&] { return socket->state != tcp_state::connecting; });
+        // A blocking connect keeps to the limit for sending, and gives up after two minutes.
+        const micros limit = std::min(socket->send_limit, connect_limit);
+        if (!wait_on(
+                "connect", socket, [&] { return socket->state != tcp_state::connecting; },
+                now() + limit)) {
+            errno = limit < connect_limit ? EINPROGRESS : ETIMEDOUT;
+            return -1;
+        }
     }
     switch (socket->state) {
     case tcp_state::connecting:

@@ -1,16 +1,17 @@
-// Fails every call that the library makes of the system, one after the other, and looks what comes
-// of it.
+// The library on a machine on which everything fails.
 //
-// A first run without a fault counts the calls. Then for each of them, and for each error that it
-// can end with: a run in which that call fails once, and one in which it fails from then on; for
-// calls that move bytes also runs in which it moves one byte, once and from then on. Every run must
-// leave the process standing, every entry point with the result and lines it promises, and nothing
-// behind (scenario.h); what a failure leads to at once must stand in the table (call_sites.txt).
+// "calls": every call that the library makes of the system fails, one after the other. A first run
+// without a fault counts the calls. Then for each of them, and for each error that it can end with:
+// a run in which that call fails once, and one in which it fails from then on; for calls that move
+// bytes also runs in which it moves one byte, once and from then on. Every run must leave the
+// process standing, every entry point with the result and lines it promises, and nothing behind
+// (scenario.h); what a failure leads to at once must stand in the table (call_sites.txt).
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
 
 #include "call_sites.h"
+#include "random_life.h"
 #include "scenario.h"
 #include "workers.h"
 
@@ -215,22 +216,22 @@ std::vector<plan> sample(const std::vector<plan>& plans, size_t how_many)
     return out;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+// Prints what was found and the totals; the program's status.
+int conclude(const std::vector<std::string>& wrong, const std::string& totals,
+             std::chrono::steady_clock::time_point since)
 {
-    CLI::App app("Fails every call that the library makes of the system.");
-    size_t how_many = 0;
-    size_t workers = 2;
-    std::string table;
-    bool write_rows = false;
-    app.add_option("--sample", how_many, "so many of the runs, evenly spread; 0: all of them");
-    app.add_option("--workers", workers, "worker processes")->check(CLI::Range(1, 64));
-    app.add_option("--table", table, "what each failure must lead to")->required();
-    app.add_flag("--write-rows", write_rows, "print the rows that were met");
-    CLI11_PARSE(app, argc, argv);
+    for (const std::string& line : wrong) {
+        printf("%s\n", line.c_str());
+    }
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - since;
+    printf("%s, %.1f s, %zu findings\n", totals.c_str(), took.count(), wrong.size());
+    return wrong.empty() ? 0 : 1;
+}
 
+int fail_every_call(const std::string& table, size_t how_many, size_t workers, bool write_rows)
+{
     const auto start = std::chrono::steady_clock::now();
+    const expectations expected(table);
     const std::vector<counted_call> calls = count_calls();
     std::map<sim::place, std::string> places;
     for (const counted_call& made : calls) {
@@ -241,25 +242,68 @@ int main(int argc, char** argv)
     if (how_many != 0) {
         plans = sample(plans, how_many);
     }
-    const findings found = deal_out(
+    findings found = deal_out(
         plans.size(), workers, [&](size_t i) { return describe(plans[i], sites); },
         [&](size_t i, FILE* report) { run_plan(plans[i], sites, report); });
-
-    std::vector<std::string> wrong = found.breaches;
-    const expectations expected(table);
-    for (const std::string& difference : expected.differences(found.rows, how_many == 0)) {
-        wrong.push_back(difference);
-    }
     for (const std::string& row : found.rows) {
         if (write_rows) {
             printf("%s\n", row.c_str());
         }
     }
-    for (const std::string& line : wrong) {
-        printf("%s\n", line.c_str());
+    for (const std::string& difference : expected.differences(found.rows, how_many == 0)) {
+        found.breaches.push_back(difference);
     }
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    printf("%zu call sites, %zu calls, %zu runs, %.1f s, %zu findings\n", sites.count(),
-           calls.size(), plans.size(), took.count(), wrong.size());
-    return wrong.empty() ? 0 : 1;
+    return conclude(found.breaches,
+                    std::to_string(sites.count()) + " call sites, " + std::to_string(calls.size()) +
+                        " calls, " + std::to_string(plans.size()) + " runs",
+                    start);
+}
+
+int live_at_random(unsigned first_seed, size_t how_many, size_t workers)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const auto seed_of = [&](size_t i) { return first_seed + static_cast<unsigned>(i); };
+    const findings found = deal_out(
+        how_many, workers, [&](size_t i) { return "seed " + std::to_string(seed_of(i)); },
+        [&](size_t i, FILE* report) {
+            const life_story story = live_randomly(seed_of(i));
+            for (const std::string& breach : story.breaches) {
+                report_breach(report, "seed " + std::to_string(seed_of(i)) + ": " + breach);
+            }
+            for (const auto& [what, count] : story.counts) {
+                report_count(report, what, count);
+            }
+        });
+    for (const auto& [what, count] : found.counts) {
+        printf("%s: %ld\n", what.c_str(), count);
+    }
+    return conclude(found.breaches, std::to_string(how_many) + " random lives", start);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("The library on a machine on which everything fails.");
+    size_t workers = 2;
+    app.add_option("--workers", workers, "worker processes")->check(CLI::Range(1, 64));
+    app.require_subcommand(1);
+
+    size_t how_many = 0;
+    std::string table;
+    bool write_rows = false;
+    CLI::App* calls = app.add_subcommand("calls", "fail every call, once and from then on");
+    calls->add_option("--table", table, "what each failure must lead to")->required();
+    calls->add_option("--sample", how_many, "so many of the runs, evenly spread; 0: all of them");
+    calls->add_flag("--write-rows", write_rows, "print the rows that were met");
+
+    size_t lives = 1000;
+    unsigned first_seed = 1;
+    CLI::App* random = app.add_subcommand("random", "lives drawn from seeds");
+    random->add_option("--runs", lives, "how many");
+    random->add_option("--seed", first_seed, "the first of them");
+    CLI11_PARSE(app, argc, argv);
+
+    return calls->parsed() ? fail_every_call(table, how_many, workers, write_rows)
+                           : live_at_random(first_seed, lives, workers);
 }

@@ -102,6 +102,9 @@ private:
                 all.rows.insert(line.substr(4));
             } else if (line.rfind("breach ", 0) == 0) {
                 all.breaches.push_back(line.substr(7));
+            } else if (line.rfind("count ", 0) == 0) {
+                const size_t blank = line.rfind(' ');
+                all.counts[line.substr(6, blank - 6)] += std::stol(line.substr(blank));
             } else if (line.rfind("begin ", 0) == 0) {
                 at = std::stoul(line.substr(6));
             } else if (line == "done") {
@@ -131,6 +134,11 @@ void report_breach(FILE* report, const std::string& text)
 void report_row(FILE* report, const std::string& text)
 {
     fprintf(report, "row %s\n", text.c_str());
+}
+
+void report_count(FILE* report, const std::string& what, long count)
+{
+    fprintf(report, "count %s %ld\n", what.c_str(), count);
 }
 
 findings deal_out(size_t count, size_t workers, const std::function<std::string(size_t)>& name,

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,12 +15,14 @@ namespace torture
 
 struct findings {
     std::vector<std::string> breaches;
-    std::set<std::string> rows; // of the table of call sites
+    std::set<std::string> rows;         // of the table of call sites
+    std::map<std::string, long> counts; // sums over all runs
 };
 
 // What a run tells the process that has dealt it out; in the worker.
 void report_breach(FILE* report, const std::string& text);
 void report_row(FILE* report, const std::string& text);
+void report_count(FILE* report, const std::string& what, long count);
 
 // Makes the runs 0 to `count` - 1, each with a name for its report, and gathers what they tell.
 findings deal_out(size_t count, size_t workers, const std::function<std::string(size_t)>& name,
