@@ -93,6 +93,13 @@ void good_device::reset_links()
     live.clear();
 }
 
+void good_device::send_to_all(const std::string& bytes)
+{
+    for (const connection_ref& link : live) {
+        link->send(bytes);
+    }
+}
+
 void good_device::stall(bool whether)
 {
     stalled = whether;

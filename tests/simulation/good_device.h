@@ -21,6 +21,7 @@ public:
 
     void drop_links();
     void reset_links();
+    void send_to_all(const std::string& bytes);
     void stall(bool whether);     // whether it leaves what it is sent unread
     void set_silent(bool whether) // requests are not answered, heartbeats are
     {

@@ -90,6 +90,7 @@ struct login {
     ZU_U32 handle = 0;
     bool over = false; // a Logout has succeeded
     int logouts = 0;   // that have succeeded
+    int in_event = 0;  // event callbacks that run now
     uint32_t last_frame = 0;
 };
 
@@ -131,7 +132,7 @@ private:
         return result;
     }
 
-    void log_out(login& of);
+    void log_out(login& of, bool in_event = false);
     void lead(login& of);
 
     dice d;
@@ -232,14 +233,16 @@ void life::on_event(login& of)
         breach("an event begins after Logout");
     }
     story.counts["events"]++;
+    of.in_event++;
     pause_a_while(is.slow_callbacks, d.any_of({10 * milliseconds, 8 * seconds}));
     if (!calm && d.one_in(is.calls_in_events)) {
         if (d.one_in(3)) {
-            log_out(of);
+            log_out(of, true);
         } else {
             act_once(of);
         }
     }
+    of.in_event--;
 }
 
 // ---- devices -----------------------------------------------------------------------------------
@@ -249,7 +252,7 @@ void life::be_moody(good_device& device, unsigned short port)
 {
     for (unsigned i = 0; i < is.moody_devices; i++) {
         here.at(here.now() + d.up_to(30 * seconds), [this, &device, port] {
-            switch (d.below(6)) {
+            switch (d.below(7)) {
             case 0:
                 here.answer(port, answer_to_connect::refuse);
                 break;
@@ -263,6 +266,9 @@ void life::be_moody(good_device& device, unsigned short port)
                 device.reset_links();
                 return;
             case 4:
+                device.send_to_all(std::string("\x00\x11\x00", 3)); // a quarter of a header
+                return;
+            case 5:
                 device.set_silent(true);
                 break;
             default:
@@ -321,10 +327,15 @@ void life::act_once(login& of)
     }
 }
 
-void life::log_out(login& of)
+// A Logout waits for event callbacks that run, five seconds at most and not in one of them.
+void life::log_out(login& of, bool in_event)
 {
+    const micros begun = here.now();
     const long result = CHECKED(ZU_NET_DEV_Logout(of.handle));
     if (result == 0) {
+        if (!in_event && of.in_event != 0 && here.now() < begun + 5 * seconds) {
+            breach("Logout leaves an event callback running");
+        }
         of.over = true;
         of.logouts++;
         story.counts["logouts"]++;
