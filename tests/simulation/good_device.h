@@ -22,6 +22,10 @@ public:
     void drop_links();
     void reset_links();
     void send_to_all(const std::string& bytes);
+    void greet_with(const std::string& bytes) // what is sent first on a new link
+    {
+        greeting = bytes;
+    }
     void stall(bool whether);     // whether it leaves what it is sent unread
     void set_silent(bool whether) // requests are not answered, heartbeats are
     {
@@ -54,6 +58,7 @@ private:
     std::map<uint32_t, int> seen;
     bool silent = false;
     bool stalled = false;
+    std::string greeting;
     int made = 0;
     uint32_t frames = 0;
 };

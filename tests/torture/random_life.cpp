@@ -252,7 +252,7 @@ void life::be_moody(good_device& device, unsigned short port)
 {
     for (unsigned i = 0; i < is.moody_devices; i++) {
         here.at(here.now() + d.up_to(30 * seconds), [this, &device, port] {
-            switch (d.below(7)) {
+            switch (d.below(8)) {
             case 0:
                 here.answer(port, answer_to_connect::refuse);
                 break;
@@ -269,6 +269,9 @@ void life::be_moody(good_device& device, unsigned short port)
                 device.send_to_all(std::string("\x00\x11\x00", 3)); // a quarter of a header
                 return;
             case 5:
+                device.greet_with(std::string("\x00\x11\x00", 3));
+                break;
+            case 6:
                 device.set_silent(true);
                 break;
             default:
@@ -279,6 +282,7 @@ void life::be_moody(good_device& device, unsigned short port)
                 here.answer(port, answer_to_connect::accept);
                 device.stall(false);
                 device.set_silent(false);
+                device.greet_with("");
             });
         });
     }
