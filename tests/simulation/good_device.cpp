@@ -69,7 +69,9 @@ void good_device::connected(const connection_ref& link)
     link->stalled = stalled;
     live.push_back(link);
     made++;
-    on.at(on.now() + answer_after, [link, first = greeting] { link->send(first); });
+    if (made > 1 && !greeting.empty()) {
+        on.at(on.now() + answer_after, [link, first = greeting] { link->send(first); });
+    }
 }
 
 void good_device::ended(const connection_ref& link)

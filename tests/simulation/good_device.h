@@ -22,7 +22,7 @@ public:
     void drop_links();
     void reset_links();
     void send_to_all(const std::string& bytes);
-    void greet_with(const std::string& bytes) // what is sent first on a new link
+    void greet_with(const std::string& bytes) // what is sent first on every link but the first
     {
         greeting = bytes;
     }

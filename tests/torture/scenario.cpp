@@ -20,9 +20,12 @@ namespace
 constexpr unsigned short port = 9000;
 constexpr micros whole_run = 400 * seconds;
 
+class player;
+
 // Set while a run is on; the log callback has no user pointer.
 outcome* taken;
 const watcher* watching;
+player* playing;
 
 told parse(int type, const char* line)
 {
@@ -110,11 +113,13 @@ void check_entry(outcome& out, const entry& made)
 class player
 {
 public:
-    explicit player(outcome& result) : out(result), app{result}
+    player(outcome& result, machine& on, good_device& with)
+        : out(result), app{result}, here(on), device(with)
     {
     }
 
-    void run(machine& here, good_device& device);
+    void run();
+    void log_out_beside();
 
 private:
     // Calls one entry point; true when it has succeeded. `text` is the call as it is written.
@@ -136,14 +141,35 @@ private:
     }
 #define CALL(expression) call(#expression, [&] { return expression; })
 
-    void use(machine& here, good_device& device);
+    void use();
+    void count_logout(long result);
 
     outcome& out;
     application app;
+    machine& here;
+    good_device& device;
     ZU_U32 handle = 0;
+    int logouts = 0; // that have succeeded
+    std::vector<pthread_t> beside;
+    bool closing = false; // from here on a Logout would be the application's mistake
 };
 
-void player::use(machine& here, good_device& device)
+void player::count_logout(long result)
+{
+    if (result == 0) {
+        logouts++;
+        app.logged_out = true;
+    }
+}
+
+void player::log_out_beside()
+{
+    if (!closing) {
+        beside.push_back(here.start([this] { count_logout(ZU_NET_DEV_Logout(handle)); }));
+    }
+}
+
+void player::use()
 {
     ZU_S_STREAM_INFO_EXT stream = {0, 1, 0, 1};
     ZU_S_Video_Ext video = {};
@@ -165,17 +191,22 @@ void player::use(machine& here, good_device& device)
     CALL(ZU_NET_DEV_StopStream(handle));
 }
 
-void player::run(machine& here, good_device& device)
+void player::run()
 {
     CALL(ZU_NET_DEV_Init());
     CALL(ping_status("192.0.2.1"));
-    if (CALL(ZU_NET_DEV_Login(&handle, "user", "secret", "192.0.2.1", port))) {
-        use(here, device);
-        const bool ended = CALL(ZU_NET_DEV_Logout(handle));
-        app.logged_out = true;
-        if (!ended) {
-            app.breach("Logout fails");
-        }
+    const bool logged_in = CALL(ZU_NET_DEV_Login(&handle, "user", "secret", "192.0.2.1", port));
+    if (logged_in) {
+        use();
+        CALL(ZU_NET_DEV_Logout(handle));
+        count_logout(out.entries.back().result);
+    }
+    closing = true;
+    for (const pthread_t other : beside) {
+        here.join(other);
+    }
+    if (logouts > 1 || (logged_in && logouts == 0)) {
+        app.breach(std::to_string(logouts) + " Logouts succeed");
     }
     CALL(ZU_NET_DEV_DeInit());
 }
@@ -194,18 +225,26 @@ bool outcome::undisturbed() const
            count(ZU_NET_DEV_HEARTBEAT) >= 1;
 }
 
-outcome play(const watcher& by, unsigned seed)
+void log_out_beside()
+{
+    playing->log_out_beside();
+}
+
+outcome play(const watcher& by, const std::string& greeting)
 {
     outcome out;
-    machine here(seed);
+    machine here;
     good_device device(here, port);
+    device.greet_with(greeting);
     here.threads.set_limit(whole_run);
     here.before_call = by.before_call;
     taken = &out;
     watching = &by;
     ZU_NET_DEV_SetLogLevel(ZU_LOG_LEVEL_ERROR);
     ZU_NET_DEV_SetLogCallback(on_log);
-    player(out).run(here, device);
+    player one(out, here, device);
+    playing = &one;
+    one.run();
 
     here.before_call = nullptr;
     const std::string left = here.left_over();

@@ -39,6 +39,11 @@ struct outcome {
     bool undisturbed() const; // what a run without any fault comes to
 };
 
+// Something of the application's that happens beside the scenario: a Logout of its login, on a
+// thread of its own. The scenario waits for all of them before DeInit, and one Logout must succeed,
+// its own or another.
+void log_out_beside();
+
 // What watches a run, on whichever thread makes the call or writes the line.
 struct watcher {
     std::function<sim::verdict(const sim::call&)> before_call;
@@ -46,6 +51,7 @@ struct watcher {
     std::function<void(const std::string& entry_point)> on_entry; // "" when it has returned
 };
 
-outcome play(const watcher& watching, unsigned seed = 1);
+// `greeting` is what the device sends first on every link but the first.
+outcome play(const watcher& watching, const std::string& greeting = "");
 
 } // namespace torture

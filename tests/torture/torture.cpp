@@ -206,12 +206,16 @@ void run_plan(const plan& planned, const site_names& sites, FILE* report)
     }
 }
 
-// So many of them, evenly spread.
-std::vector<plan> sample(const std::vector<plan>& plans, size_t how_many)
+// So many of them, evenly spread; 0: all.
+template <class Run>
+std::vector<Run> sample(const std::vector<Run>& all, size_t how_many)
 {
-    std::vector<plan> out;
-    for (size_t i = 0; i < how_many && i < plans.size(); i++) {
-        out.push_back(plans[i * plans.size() / how_many]);
+    if (how_many == 0 || how_many >= all.size()) {
+        return all;
+    }
+    std::vector<Run> out;
+    for (size_t i = 0; i < how_many; i++) {
+        out.push_back(all[i * all.size() / how_many]);
     }
     return out;
 }
@@ -238,10 +242,7 @@ int fail_every_call(const std::string& table, size_t how_many, size_t workers, b
         places[made.from] = made.function;
     }
     const site_names sites(places);
-    std::vector<plan> plans = make_plans(calls);
-    if (how_many != 0) {
-        plans = sample(plans, how_many);
-    }
+    const std::vector<plan> plans = sample(make_plans(calls), how_many);
     findings found = deal_out(
         plans.size(), workers, [&](size_t i) { return describe(plans[i], sites); },
         [&](size_t i, FILE* report) { run_plan(plans[i], sites, report); });
@@ -257,6 +258,61 @@ int fail_every_call(const std::string& table, size_t how_many, size_t workers, b
                     std::to_string(sites.count()) + " call sites, " + std::to_string(calls.size()) +
                         " calls, " + std::to_string(plans.size()) + " runs",
                     start);
+}
+
+// A Logout on a thread of its own at one moment: when the call with this number is about to be
+// made, which then comes so much late.
+struct moment {
+    size_t nth;
+    sim::micros late;
+    const char* greeting; // of the device, see play
+};
+
+std::vector<moment> make_moments(size_t calls)
+{
+    std::vector<moment> moments;
+    for (size_t nth = 0; nth < calls; nth++) {
+        for (const sim::micros late : {0 * sim::milliseconds, 30 * sim::milliseconds,
+                                       700 * sim::milliseconds, 4 * sim::seconds}) {
+            moments.push_back({nth, late, ""});
+            moments.push_back({nth, late, "half a"}); // header, which keeps the receiver busy
+        }
+    }
+    return moments;
+}
+
+outcome log_out_at(const moment& then)
+{
+    size_t count = 0;
+    watcher by;
+    by.before_call = [&](const sim::call& made) {
+        if (count++ == then.nth) {
+            log_out_beside();
+            // Whoever holds the mutex is not made to wait in it.
+            if (then.late > 0 && std::string(made.function).find("mutex") == std::string::npos) {
+                sim::machine::current().sleep(then.late);
+            }
+        }
+        return sim::verdict{};
+    };
+    return play(by, then.greeting);
+}
+
+int log_out_at_every_moment(size_t how_many, size_t workers)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const std::vector<moment> moments = sample(make_moments(count_calls().size()), how_many);
+    const auto name = [&](size_t i) {
+        return "Logout at call " + std::to_string(moments[i].nth) + ", which is late by " +
+               std::to_string(moments[i].late / sim::milliseconds) + " ms" +
+               (*moments[i].greeting != 0 ? ", half headers" : "");
+    };
+    const findings found = deal_out(moments.size(), workers, name, [&](size_t i, FILE* report) {
+        for (const std::string& breach : log_out_at(moments[i]).breaches) {
+            report_breach(report, name(i) + ": " + breach);
+        }
+    });
+    return conclude(found.breaches, std::to_string(moments.size()) + " moments of a Logout", start);
 }
 
 int live_at_random(unsigned first_seed, size_t how_many, size_t workers)
@@ -297,6 +353,9 @@ int main(int argc, char** argv)
     calls->add_option("--sample", how_many, "so many of the runs, evenly spread; 0: all of them");
     calls->add_flag("--write-rows", write_rows, "print the rows that were met");
 
+    CLI::App* logouts = app.add_subcommand("logouts", "a second Logout at every moment");
+    logouts->add_option("--sample", how_many, "so many of the runs, evenly spread; 0: all of them");
+
     size_t lives = 1000;
     unsigned first_seed = 1;
     CLI::App* random = app.add_subcommand("random", "lives drawn from seeds");
@@ -304,6 +363,9 @@ int main(int argc, char** argv)
     random->add_option("--seed", first_seed, "the first of them");
     CLI11_PARSE(app, argc, argv);
 
-    return calls->parsed() ? fail_every_call(table, how_many, workers, write_rows)
-                           : live_at_random(first_seed, lives, workers);
+    if (calls->parsed()) {
+        return fail_every_call(table, how_many, workers, write_rows);
+    }
+    return logouts->parsed() ? log_out_at_every_moment(how_many, workers)
+                             : live_at_random(first_seed, lives, workers);
 }
