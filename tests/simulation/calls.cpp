@@ -21,6 +21,8 @@ using namespace sim;
 namespace
 {
 
+constexpr size_t largest_datagram = 65507; // of UDP over IPv4
+
 // One call under way. Fails as told, or goes on.
 class entered
 {
@@ -34,7 +36,7 @@ public:
         }
         errno = before;
         if (told.error) {
-            on.threads.spend(fruitless_time);
+            on.threads.spend(on.fruitless_time);
             errno = *told.error;
         }
     }
@@ -57,7 +59,7 @@ public:
     // The result of a call that could do nothing.
     int fail(int error) const
     {
-        on.threads.spend(fruitless_time);
+        on.threads.spend(on.fruitless_time);
         errno = error;
         return -1;
     }
@@ -128,7 +130,7 @@ ssize_t receive_tcp(const entered& c, const descriptor_ref& socket, void* into, 
     if (socket->state == tcp_state::fresh) {
         return c.fail(ENOTCONN);
     }
-    c.on.threads.spend(fruitless_time);
+    c.on.threads.spend(c.on.fruitless_time);
     return 0;
 }
 
@@ -137,7 +139,7 @@ ssize_t receive_udp(const entered& c, const descriptor_ref& socket, void* into, 
 {
     block_until(c, "recvfrom", socket, [&] { return socket->readable(); });
     if (socket->datagrams.empty()) {
-        c.on.threads.spend(fruitless_time);
+        c.on.threads.spend(c.on.fruitless_time);
         return 0; // shut down
     }
     datagram first = std::move(socket->datagrams.front());
@@ -171,6 +173,9 @@ ssize_t send_datagram(const entered& c, const descriptor_ref& socket, const void
     }
     if (socket->shut_for_writing) {
         return c.fail(EPIPE);
+    }
+    if (size > largest_datagram) {
+        return c.fail(EMSGSIZE);
     }
     if (const descriptor_ref there = c.on.descriptors.bound_to(port_of(to))) {
         there->datagrams.push_back({text_of(data, size), socket->port});

@@ -16,10 +16,9 @@
 namespace sim
 {
 
-constexpr micros call_time = 2;                     // every call
-constexpr micros fruitless_time = 1 * milliseconds; // one that fails or moves nothing
-constexpr micros network_time = 100;                // one way to a device
-constexpr micros epoch = 1800000000LL * seconds;    // the wall clock's reading at the start
+constexpr micros call_time = 2;                  // every call
+constexpr micros network_time = 100;             // one way to a device
+constexpr micros epoch = 1800000000LL * seconds; // the wall clock's reading at the start
 
 // Where in the library a call is made: the return addresses of it and of the function it stands in.
 // The library's copy is built with frame pointers and without inlining.
@@ -86,6 +85,7 @@ public:
 
     std::function<verdict(const call&)> before_call; // on the calling thread
     micros clock_step = 0;                           // the wall clock's error
+    micros fruitless_time = 1 * milliseconds;        // of a call that fails or moves nothing
     int ping_result = 0;                             // wait status of the "ping" program
 
     // ---- for calls.cpp ----

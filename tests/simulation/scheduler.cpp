@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <semaphore.h>
 #include <unistd.h>
 
@@ -49,8 +50,14 @@ constexpr micros long_call = 1 * milliseconds; // a call that takes so long lets
 
 thread_local sim_thread* me;
 std::string run_name;
+bool by_abort;
 
 } // namespace
+
+void abort_when_giving_up()
+{
+    by_abort = true;
+}
 
 void set_run_name(const std::string& name)
 {
@@ -61,6 +68,9 @@ void give_up(const std::string& why)
 {
     fprintf(stderr, "%s: %s\n", run_name.c_str(), why.c_str());
     fflush(nullptr);
+    if (by_abort) {
+        abort();
+    }
     _exit(3);
 }
 

@@ -101,6 +101,9 @@ private:
 // Ends the process: the simulated run can't go on. The report goes to standard error.
 [[noreturn]] void give_up(const std::string& why);
 
+// Lets give_up abort, as a fuzzer wants it, instead of ending with status 3.
+void abort_when_giving_up();
+
 // What give_up puts in front of its report: which run this is.
 void set_run_name(const std::string& name);
 
