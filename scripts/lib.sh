@@ -8,11 +8,13 @@
 packages_build=(g++ cmake ninja-build pkg-config)
 packages_camera=(libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libcli11-dev)
 packages_demo=(ffmpeg)
-packages_test=(libgtest-dev libgmock-dev)
+packages_test=(libgtest-dev libgmock-dev binutils)
 packages_check=(clang-format clang-tidy cppcheck shellcheck valgrind binutils)
+packages_fuzz=(clang libclang-rt-14-dev)
+packages_coverage=(gcovr)
 
 # The folders whose sources are ours; every one that exists is formatted and checked.
-source_dirs=(source virtual_camera examples tests)
+source_dirs=(source virtual_camera examples tests fuzz)
 
 # Most tests wait for a time limit of the protocol rather than compute, so many run side by side.
 test_jobs=16
