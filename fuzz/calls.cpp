@@ -180,7 +180,7 @@ void player::take_step()
 {
     const unsigned step = in.byte();
     if (step >= 200) {
-        here.sleep((step - 199) * 20 * milliseconds);
+        here.let_pass((step - 199) * 20 * milliseconds);
         return;
     }
     switch (step % 20) {

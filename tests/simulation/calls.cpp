@@ -539,7 +539,7 @@ int sim_usleep(useconds_t time)
     if (c.fails()) {
         return -1;
     }
-    c.on.sleep(time);
+    c.on.let_pass(time);
     return 0;
 }
 
@@ -549,7 +549,7 @@ unsigned sim_sleep(unsigned time)
     if (c.fails()) {
         return time; // interrupted at once
     }
-    c.on.sleep(time * seconds);
+    c.on.let_pass(time * seconds);
     return 0;
 }
 
@@ -669,7 +669,7 @@ pid_t sim_waitpid(pid_t pid, int* status, int)
     if (c.fails()) {
         return -1;
     }
-    c.on.sleep(1 * seconds);
+    c.on.let_pass(1 * seconds);
     *status = c.on.ping_result;
     return pid;
 }

@@ -49,7 +49,7 @@ void machine::answer(unsigned short port, answer_to_connect how)
     answers[port] = how;
 }
 
-void machine::sleep(micros time)
+void machine::let_pass(micros time)
 {
     threads.wait(
         "sleep", [] { return false; }, now() + time);

@@ -5,7 +5,7 @@
 // made to fail, to move fewer bytes, or to come late.
 //
 // One thread runs at a time (scheduler.h), so nothing here is locked. The thread that makes the
-// machine is its first; a test that must wait on it uses machine::wait and sleep.
+// machine is its first; a test that must wait on it uses machine::wait and let_pass.
 #pragma once
 
 #include <optional>
@@ -63,7 +63,7 @@ public:
     {
         return threads.now();
     }
-    void sleep(micros time);
+    void let_pass(micros time);
     bool wait(const std::function<bool()>& ready, micros at_most);
     void at(micros when, std::function<void()> what)
     {

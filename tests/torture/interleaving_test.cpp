@@ -39,7 +39,7 @@ void on_log(int, const char* line)
     for (hold& h : holds) {
         if (h.times > 0 && strstr(line, h.text.c_str()) != nullptr) {
             h.times--;
-            machine::current().sleep(h.how_long);
+            machine::current().let_pass(h.how_long);
             return;
         }
     }
@@ -187,7 +187,7 @@ TEST_F(Interleaving, LogoutWhileTheFirstConnectionIsMade)
     here.answer(port, answer_to_connect::silence);
     long login = 0;
     const pthread_t beside = here.start([&] { login = log_in(); });
-    here.sleep(500 * milliseconds);
+    here.let_pass(500 * milliseconds);
     EXPECT_EQ(ZU_NET_DEV_Logout(0x43210000), 0);
     over = true;
     here.join(beside);
@@ -198,7 +198,7 @@ TEST_F(Interleaving, LogoutWhileAReconnectionIsMade)
 {
     lose_link_and_wait_for("All worker threads exited");
     here.answer(port, answer_to_connect::silence);
-    here.sleep(3500 * milliseconds);
+    here.let_pass(3500 * milliseconds);
     EXPECT_EQ(log_out(), 0);
 }
 
@@ -208,7 +208,7 @@ TEST_F(Interleaving, LogoutDuringTheStartUpWait)
     hold_at("enter sdk_msgsender_main", 2 * seconds);
     device.drop_links();
     ASSERT_TRUE(here.wait([&] { return device.links_made() == 2; }, 10 * seconds));
-    here.sleep(600 * milliseconds);
+    here.let_pass(600 * milliseconds);
     EXPECT_EQ(log_out(), 0);
 }
 
@@ -231,7 +231,7 @@ TEST_F(Interleaving, LogoutDuringTheTearDown)
 TEST_F(Interleaving, LogoutDuringThePauseBeforeAReconnection)
 {
     lose_link_and_wait_for("Waiting for 3 seconds");
-    here.sleep(1 * seconds);
+    here.let_pass(1 * seconds);
     EXPECT_EQ(log_out(), 0);
     EXPECT_THAT(events, ElementsAre(ZU_NET_DEV_DISCONNECTED));
 }
@@ -242,7 +242,7 @@ TEST_F(Interleaving, LogoutDuringTheRestartOfAStreamThatIsNeverAnswered)
     device.set_silent(true);
     lines.clear();
     ASSERT_TRUE(here.wait([&] { return told("enter in_startstream"); }, 10 * seconds));
-    here.sleep(5 * seconds); // into the second attempt
+    here.let_pass(5 * seconds); // into the second attempt
     EXPECT_EQ(log_out(), 0);
 }
 
@@ -300,7 +300,7 @@ TEST_F(Interleaving, ALateEventHandlerEndsWithoutCallingAfterALogout)
     lose_link_and_wait_for("call event_callback disconnected");
     EXPECT_EQ(log_out(), 0);
     EXPECT_LT(here.now(), 20 * seconds);
-    here.sleep(60 * seconds);
+    here.let_pass(60 * seconds);
     EXPECT_TRUE(events.empty());
 }
 
@@ -308,7 +308,7 @@ TEST_F(Interleaving, LogoutWaitsForAnEventCallbackThatRuns)
 {
     bool returned = false;
     in_event = [&] {
-        here.sleep(3 * seconds);
+        here.let_pass(3 * seconds);
         returned = true;
     };
     lose_link_and_wait_for("Waiting for 3 seconds");
@@ -318,13 +318,13 @@ TEST_F(Interleaving, LogoutWaitsForAnEventCallbackThatRuns)
 
 TEST_F(Interleaving, LogoutWaitsNoLongerThanFiveSecondsForAnEventCallback)
 {
-    in_event = [&] { here.sleep(60 * seconds); };
+    in_event = [&] { here.let_pass(60 * seconds); };
     lose_link_and_wait_for("Waiting for 3 seconds");
     const micros begun = here.now();
     EXPECT_EQ(log_out(), 0);
     EXPECT_GE(here.now() - begun, 5 * seconds);
     EXPECT_LT(here.now() - begun, 9 * seconds);
-    here.sleep(60 * seconds);
+    here.let_pass(60 * seconds);
 }
 
 TEST_F(Interleaving, ALogoutInAnEventCallbackDoesNotWaitForIt)
@@ -387,11 +387,11 @@ TEST_F(Interleaving, ALogoutAndEightThreadsWithRequests)
                 const ZU_S32 result = ZU_NET_DEV_PTZ_Ctrl_Standard(handle, 1, i);
                 ASSERT_TRUE(result == 0 || result == -1);
                 (result == 0 ? answered : failed)++;
-                here.sleep(1 * milliseconds);
+                here.let_pass(1 * milliseconds);
             }
         }));
     }
-    here.sleep(20 * milliseconds);
+    here.let_pass(20 * milliseconds);
     EXPECT_EQ(log_out(), 0);
     for (const pthread_t thread : threads) {
         here.join(thread);

@@ -182,7 +182,7 @@ void life::pause_a_while(unsigned chances, micros most)
 {
     if (!calm && d.one_in(chances)) {
         story.counts["delays"]++;
-        here.sleep(d.up_to(most));
+        here.let_pass(d.up_to(most));
     }
 }
 
@@ -351,7 +351,7 @@ void life::use(login& of)
 {
     const micros until = here.now() + d.up_to(40 * seconds);
     for (int after_the_end = 0; here.now() < until && after_the_end < 5;) {
-        here.sleep(d.up_to(d.any_of({10 * milliseconds, 1 * seconds, 6 * seconds})));
+        here.let_pass(d.up_to(d.any_of({10 * milliseconds, 1 * seconds, 6 * seconds})));
         act_once(of);
         if (d.one_in(60)) {
             log_out(of);
@@ -364,7 +364,7 @@ void life::use(login& of)
 // succeeded or is at it.
 void life::lead(login& of)
 {
-    here.sleep(d.up_to(2 * seconds));
+    here.let_pass(d.up_to(2 * seconds));
     const long result =
         CHECKED(ZU_NET_DEV_Login(&of.handle, "user", "secret", "192.0.2.1", of.port));
     // Nobody logs out before everybody has logged in: no handle comes to mean another login.

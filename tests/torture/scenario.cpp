@@ -184,7 +184,7 @@ void player::use()
                               sizeof(quantiser)));
     CALL(ZU_NET_DEV_PTZ_Ctrl_Standard(handle, 1, 5));
     CALL(ZU_NET_DEV_PTZ_Ctrl_Preset(handle, 2, 7));
-    here.sleep(4 * seconds); // long enough for a heartbeat
+    here.let_pass(4 * seconds); // long enough for a heartbeat
     device.drop_links();
     const size_t before = out.frames;
     here.wait([&] { return out.frames > before + 2; }, 6 * seconds);
