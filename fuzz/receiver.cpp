@@ -79,7 +79,7 @@ void lay_out(fuzz::worker_bench& bench, fuzz::input& in)
         bench.then(after, [&bench] { bench.user->used = -1; });
         break;
     default:
-        bench.then(after, [&bench] { bench.user->event_callback = nullptr; });
+        bench.then(after, [&bench] { bench.user->used = ZU_SDK_USER_USED; });
         break;
     }
 }
@@ -90,11 +90,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     fuzz::input in(data, size);
     fuzz::worker_bench bench;
-    const unsigned left_over_error = in.byte();
+    const unsigned how = in.byte();
+    if ((how & 2) != 0) {
+        bench.user->event_callback = nullptr;
+    }
+    if ((how & 4) != 0) {
+        bench.user->stream_callback = nullptr;
+    }
     while (!in.empty()) {
         lay_out(bench, in);
     }
-    errno = left_over_error % 2 == 0 ? 0 : EAGAIN;
+    errno = (how & 1) == 0 ? 0 : EAGAIN; // left over from before
     bench.run(sdk_msgrecver_main);
     return 0;
 }
