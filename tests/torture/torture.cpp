@@ -232,6 +232,17 @@ int conclude(const std::vector<std::string>& wrong, const std::string& totals,
     return wrong.empty() ? 0 : 1;
 }
 
+// Runs by their names, which also stand in front of what the simulation has to say when it gives
+// up.
+findings make_runs(size_t count, size_t workers, const std::function<std::string(size_t)>& name,
+                   const std::function<void(size_t, FILE*)>& run)
+{
+    return deal_out(count, workers, name, [&](size_t i, FILE* report) {
+        sim::set_run_name(name(i));
+        run(i, report);
+    });
+}
+
 int fail_every_call(const std::string& table, size_t how_many, size_t workers, bool write_rows)
 {
     const auto start = std::chrono::steady_clock::now();
@@ -243,7 +254,7 @@ int fail_every_call(const std::string& table, size_t how_many, size_t workers, b
     }
     const site_names sites(places);
     const std::vector<plan> plans = sample(make_plans(calls), how_many);
-    findings found = deal_out(
+    findings found = make_runs(
         plans.size(), workers, [&](size_t i) { return describe(plans[i], sites); },
         [&](size_t i, FILE* report) { run_plan(plans[i], sites, report); });
     for (const std::string& row : found.rows) {
@@ -307,7 +318,7 @@ int log_out_at_every_moment(size_t how_many, size_t workers)
                std::to_string(moments[i].late / sim::milliseconds) + " ms" +
                (*moments[i].greeting != 0 ? ", half headers" : "");
     };
-    const findings found = deal_out(moments.size(), workers, name, [&](size_t i, FILE* report) {
+    const findings found = make_runs(moments.size(), workers, name, [&](size_t i, FILE* report) {
         for (const std::string& breach : log_out_at(moments[i]).breaches) {
             report_breach(report, name(i) + ": " + breach);
         }
@@ -319,7 +330,7 @@ int live_at_random(unsigned first_seed, size_t how_many, size_t workers)
 {
     const auto start = std::chrono::steady_clock::now();
     const auto seed_of = [&](size_t i) { return first_seed + static_cast<unsigned>(i); };
-    const findings found = deal_out(
+    const findings found = make_runs(
         how_many, workers, [&](size_t i) { return "seed " + std::to_string(seed_of(i)); },
         [&](size_t i, FILE* report) {
             const life_story story = live_randomly(seed_of(i));

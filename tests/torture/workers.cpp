@@ -4,13 +4,12 @@
 // and "done" at the end.
 #include "workers.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "scheduler.h"
 
 namespace torture
 {
@@ -22,6 +21,12 @@ struct worker {
     pid_t child;
     FILE* report;
 };
+
+[[noreturn]] void give_up(const char* why)
+{
+    fprintf(stderr, "%s\n", why);
+    exit(3);
+}
 
 void stay_on_one_processor(size_t which)
 {
@@ -68,7 +73,7 @@ private:
         fflush(nullptr);
         worker fresh = {0, tmpfile()};
         if (fresh.report == nullptr || (fresh.child = fork()) < 0) {
-            sim::give_up("a worker process can't be started");
+            give_up("a worker process can't be started");
         }
         if (fresh.child == 0) {
             stay_on_one_processor(first);
@@ -83,7 +88,6 @@ private:
         for (size_t i = first; i < count; i += workers) {
             fprintf(report, "begin %zu\n", i);
             fflush(report);
-            sim::set_run_name(name_of(i));
             make(i, report);
         }
         fprintf(report, "done\n");
@@ -112,7 +116,7 @@ private:
             }
         }
         if (!at) {
-            sim::give_up("a worker process has not begun");
+            give_up("a worker process has not begun");
         }
         return at;
     }
