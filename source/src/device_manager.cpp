@@ -254,8 +254,8 @@ void wake(int pipe_end)
     }
 }
 
-// A pipe that can't be made non-blocking is left alone: the next worker finds its byte and ends once
-// more, where a read of an empty pipe would wait for ever.
+// A pipe that can't be made non-blocking is left alone: the next worker finds its byte and ends
+// once more, where a read of an empty pipe would wait for ever.
 void drain(int pipe_end)
 {
     if (pipe_end == -1) {

@@ -56,7 +56,8 @@ protected:
     {
         for (const char* const part :
              {"README.md", "docs", "cmake", "CMakeLists.txt", "CMakePresets.json", ".clang-tidy",
-              ".clang-format", "run", ".ci", "scripts", "source", "virtual_camera", "examples"}) {
+              ".clang-format", "run", ".ci", "scripts", "source", "virtual_camera", "fuzz",
+              "examples"}) {
             fs::create_directories(copy_);
             fs::copy(project / part, copy_ / part, fs::copy_options::recursive);
         }
