@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "login_kit.h"
@@ -91,6 +92,46 @@ TEST(Lifetime, NoDescriptorOfAReconnectionIsInherited)
     drop(device);
     ASSERT_TRUE(login.seen.wait_for_event(ZU_NET_DEV_CONNECTED));
     expect_not_inherited(login.handle());
+}
+
+// A recorder starts programs of its own all the time. None of them disturbs the links of its
+// logins, whatever the child inherits before it executes another program.
+TEST(Lifetime, AHostProcessThatForksAndExecutesKeepsItsLinksAndItsFrames)
+{
+    constexpr int programs = 60;
+    const inventory before;
+    {
+        const library lib;
+        serving_device device;
+        std::vector<std::unique_ptr<live_login>> logins;
+        for (int i = 0; i < 8; i++) {
+            logins.push_back(std::make_unique<live_login>(device.port()));
+            ASSERT_TRUE(logins.back()->watch());
+        }
+        for (int i = 0; i < programs; i++) {
+            const pid_t child = fork();
+            ASSERT_GE(child, 0);
+            if (child == 0) {
+                execlp("true", "true", static_cast<char*>(nullptr));
+                _exit(127);
+            }
+            ASSERT_EQ(device.send_to_all(stream_data("KTVF", le32(static_cast<uint32_t>(i)))), 8);
+            int status = 0;
+            ASSERT_EQ(waitpid(child, &status, 0), child);
+            EXPECT_EQ(status, 0);
+        }
+        for (const auto& login : logins) {
+            EXPECT_TRUE(login->seen.wait_for_blocks(programs));
+            const auto blocks = login->seen.blocks();
+            for (size_t i = 0; i < blocks.size(); i++) {
+                EXPECT_EQ(blocks[i].body, text("KTVF") + le32(static_cast<uint32_t>(i)));
+            }
+            EXPECT_EQ(login->seen.count(ZU_NET_DEV_DISCONNECTED), 0);
+            EXPECT_EQ(ZU_NET_DEV_MakeKeyFrame(login->handle(), 11), 0);
+        }
+        EXPECT_EQ(device.connections_made(), 8);
+    }
+    EXPECT_EQ(before.left_over(), "");
 }
 
 TEST(Lifetime, TheLoopbackSocketBelongsToThisMachineAlone)
