@@ -2,7 +2,6 @@
 #include "scheduler.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <semaphore.h>
@@ -10,21 +9,6 @@
 
 namespace sim
 {
-
-// A real thread. It runs one simulated thread after the other, and is kept for the next: to make
-// one takes longer than most simulated runs.
-struct runner {
-    runner()
-    {
-        sem_init(&task_is_there, 0, 0);
-        sem_init(&task_is_over, 0, 0);
-    }
-
-    pthread_t real = {};
-    sem_t task_is_there;
-    sem_t task_is_over; // and nothing of it is used any more
-    sim_thread* task = nullptr;
-};
 
 struct sim_thread {
     explicit sim_thread(scheduler& in) : home(in)
@@ -41,7 +25,6 @@ struct sim_thread {
     unsigned number = 0;
     std::string name = "main";
     pthread_t real = {};
-    runner* on = nullptr; // null for the first thread
     void* (*main)(void*) = nullptr;
     void* argument = nullptr;
     void* result = nullptr;
@@ -66,7 +49,6 @@ constexpr int patience = 50;                   // calls that a thread may make a
 constexpr micros long_call = 1 * milliseconds; // a call that takes so long lets others run
 
 thread_local sim_thread* me;
-std::vector<runner*> resting; // those without a task
 std::string run_name;
 bool by_abort;
 
@@ -211,40 +193,16 @@ void scheduler::spend(micros time)
     }
 }
 
-void* scheduler::run_threads(void* self)
+void* scheduler::run_thread(void* self)
 {
-    auto* own = static_cast<runner*>(self);
-    for (;;) {
-        wait_for(own->task_is_there);
-        me = own->task;
-        wait_for(me->baton);
-        me->ready = nullptr;
-        me->until = never;
-        errno = 0; // as in a fresh thread
-        me->result = me->main(me->argument);
-        me->ended = true;
-        me->home.hand_over("the end"); // goes to somebody else, for good
-        sem_post(&own->task_is_over);
-    }
-}
-
-// A real thread for a task; made when all that there are have one. A fork takes none along.
-static runner* find_runner(void* (*run_threads)(void*))
-{
-    static const int told = pthread_atfork(nullptr, nullptr, [] { resting.clear(); });
-    if (told != 0) {
-        give_up("a fork can't be prepared for");
-    }
-    if (resting.empty()) {
-        auto* fresh = new runner; // for as long as the process lives
-        if (pthread_create(&fresh->real, nullptr, run_threads, fresh) != 0) {
-            give_up("this machine is out of threads");
-        }
-        return fresh;
-    }
-    runner* rested = resting.back();
-    resting.pop_back();
-    return rested;
+    me = static_cast<sim_thread*>(self);
+    wait_for(me->baton);
+    me->ready = nullptr;
+    me->until = never;
+    me->result = me->main(me->argument);
+    me->ended = true;
+    me->home.hand_over("the end"); // goes to somebody else, for good
+    return nullptr;
 }
 
 int scheduler::create(pthread_t* thread, void* (*main)(void*), void* argument)
@@ -261,10 +219,9 @@ int scheduler::create(pthread_t* thread, void* (*main)(void*), void* argument)
         fresh->ready = &not_yet;
         fresh->until = clock + delay;
     }
-    fresh->on = find_runner(run_threads);
-    fresh->real = fresh->on->real;
-    fresh->on->task = fresh.get();
-    sem_post(&fresh->on->task_is_there);
+    if (pthread_create(&fresh->real, nullptr, run_thread, fresh.get()) != 0) {
+        give_up("this machine is out of threads");
+    }
     *thread = fresh->real;
     threads.push_back(std::move(fresh));
     return 0;
@@ -281,11 +238,10 @@ sim_thread& scheduler::find(pthread_t thread)
     return **at;
 }
 
-// Its real thread is on its way out of the task, and rests afterwards.
+// Its real thread is on its way out and needs nothing from here any more.
 void scheduler::reap(sim_thread& thread)
 {
-    wait_for(thread.on->task_is_over);
-    resting.push_back(thread.on);
+    pthread_join(thread.real, nullptr);
     threads.erase(std::find_if(threads.begin(), threads.end(),
                                [&](const auto& one) { return one.get() == &thread; }));
 }

@@ -1,7 +1,7 @@
 // Threads and a clock for a simulated machine: one thread runs at a time, and time is what the
 // simulation says it is.
 //
-// Threads run on real ones, but each waits for the baton and keeps it until it waits or spends time
+// Threads are real ones, but each waits for the baton and keeps it until it waits or spends time
 // here. When every thread waits, the clock jumps to the next thing that is due, so hours of waiting
 // take no time. Who runs next is drawn from the seed: the same seed gives the same run.
 //
@@ -78,7 +78,7 @@ public:
     }
 
 private:
-    static void* run_threads(void* runner);
+    static void* run_thread(void* self);
     void hand_over(const char* call); // to whoever may run, or back to the caller at once
     sim_thread* choose();
     bool move_clock();
