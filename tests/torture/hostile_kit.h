@@ -2,7 +2,9 @@
 // left behind it.
 #pragma once
 
+#include <condition_variable>
 #include <future>
+#include <mutex>
 
 #include "hostile_lies.h"
 #include "hostile_witness.h"
@@ -44,9 +46,9 @@ protected:
     {
         std::vector<std::future<void>> liars;
         for (size_t i = 0; i < count; i++) {
-            liars.push_back(std::async(std::launch::async, [i, &lies] {
+            liars.push_back(std::async(std::launch::async, [this, i, &lies] {
                 lying_device d(static_cast<unsigned>(i) + 1);
-                if (d.log_in()) {
+                if (log_in_with_few_others(d)) {
                     d.telling = "lie " + std::to_string(i);
                     lies(d, i);
                     d.log_out();
@@ -60,6 +62,23 @@ protected:
     }
 
 private:
+    // A Login has three seconds for its connection and its threads, and the processors are few.
+    bool log_in_with_few_others(lying_device& d)
+    {
+        std::unique_lock<std::mutex> lock(guard);
+        one_less.wait(lock, [this] { return logging_in < 8; });
+        logging_in++;
+        lock.unlock();
+        const bool up = d.log_in();
+        lock.lock();
+        logging_in--;
+        one_less.notify_one();
+        return up;
+    }
+
+    std::mutex guard;
+    std::condition_variable one_less;
+    int logging_in = 0;
     const support::inventory before; // first: what the process held before anything else
 
 protected:
