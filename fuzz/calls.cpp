@@ -119,7 +119,7 @@ private:
 
     void set_something(ZU_U32 handle)
     {
-        char record[3200];
+        char record[3200] = {};
         const std::string text = in.text(in.byte());
         text.copy(record, sizeof(record));
         const ZU_U32 length = in.word() % 3145;

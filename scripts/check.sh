@@ -103,8 +103,18 @@ tests_under_tsan() {
         run_tests tsan
 }
 
-# ThreadSanitizer of this compiler can't live with the highest setting of address randomisation, so
-# it is turned off where that is in force and may be changed.
+# Only what is compiled along can run under the memory sanitizer: programs in C, which need libc
+# alone, and the library on the simulated machine.
+msan_targets=(live_view settings ptz events c_abi_trace_all c_abi_library_from_c
+    fuzz_receiver fuzz_sender fuzz_calls)
+
+under_msan() {
+    "${test_launcher[@]}" scripts/msan_round.sh build/msan build/dev
+    run_tests msan -R '^(c_abi\.library_from_c|fuzz)\.'
+}
+
+# The thread and memory sanitizers of these compilers can't live with the highest setting of address
+# randomisation, so it is turned off where that is in force and may be changed.
 fix_addresses() {
     if [ "$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0)" -gt 28 ] &&
         setarch --addr-no-randomize true 2>/dev/null; then
@@ -133,6 +143,9 @@ build asan
 step 'check: tests under the address and undefined-behaviour sanitizers' tests_under_asan
 show_totals
 fix_addresses
+build msan "${msan_targets[@]}"
+step 'check: C programs and fuzz inputs under the memory sanitizer' under_msan
+show_totals
 build tsan
 step 'check: tests under the thread sanitizer' tests_under_tsan
 show_totals

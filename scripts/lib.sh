@@ -11,6 +11,7 @@ packages_demo=(ffmpeg)
 packages_test=(libgtest-dev libgmock-dev binutils)
 packages_check=(clang-format clang-tidy cppcheck shellcheck valgrind binutils)
 packages_fuzz=(clang libclang-rt-14-dev)
+packages_msan=(clang libclang-rt-14-dev libc++-14-dev libc++abi-14-dev llvm-14)
 packages_coverage=(gcovr)
 
 # The folders whose sources are ours; every one that exists is formatted and checked.

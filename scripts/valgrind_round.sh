@@ -5,32 +5,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 build_dir=$1
-work=$(mktemp -d)
-camera=''
-
-# However this ends, the camera does too.
-clean_up() {
-    if [ -n "$camera" ] && ! kill "$camera" 2>/dev/null; then
-        echo 'the virtual camera has ended by itself'
-    fi
-    rm -rf "$work"
-}
-trap clean_up EXIT
-
-"$build_dir/virtual_camera/zucam-sim" --listen 127.0.0.1 --port 0 --size 160x90 >"$work/camera" 2>&1 &
-camera=$!
-
-port=''
-for _ in $(seq 100); do
-    port=$(sed -nE 's/^camera 0 listening on .*:([0-9]+)$/\1/p' "$work/camera")
-    [ -z "$port" ] || break
-    sleep 0.1
-done
-if [ -z "$port" ]; then
-    echo 'the virtual camera has not said its port:'
-    cat "$work/camera"
-    exit 1
-fi
+. scripts/camera.sh
+start_camera
 
 : >"$work/valgrind" # there to be shown, whatever happens
 valgrind --error-exitcode=9 --leak-check=full --show-leak-kinds=all \
@@ -53,12 +29,4 @@ if ! grep -qE 'FILE DESCRIPTORS: [0-9]+ open' "$work/valgrind" ||
     exit 1
 fi
 
-status=0
-kill "$camera"
-wait "$camera" || status=$?
-camera=''
-if [ "$status" -ne 0 ]; then
-    cat "$work/camera"
-    echo "the virtual camera ended with status $status"
-    exit 1
-fi
+end_camera

@@ -18,6 +18,7 @@ bool block_until(const entered& c, const char* name, const descriptor_ref& on,
 
 std::string text_of(const void* data, size_t size)
 {
+    must_be_initialised(data, size);
     return {static_cast<const char*>(data), size};
 }
 
