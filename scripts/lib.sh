@@ -18,7 +18,7 @@ packages_coverage=(gcovr)
 source_dirs=(source virtual_camera examples tests fuzz)
 
 # Most tests wait for a time limit of the protocol rather than compute, so many run side by side.
-test_jobs=16
+test_jobs=24
 test_launcher=() # a command that tests are listed and run by
 
 fail() {

@@ -24,6 +24,22 @@ bool eventually(Condition condition, std::chrono::milliseconds deadline = long_e
     return true;
 }
 
+// Polls until `count()` is at least `wanted`; false when it has not grown for `deadline`. Ten
+// thousand things take a busy machine as long as they take, so each of them begins the deadline
+// anew.
+template <class Count, class Number>
+bool grows_to(Count count, Number wanted, std::chrono::milliseconds deadline = long_enough)
+{
+    Number so_far = count();
+    while (so_far < wanted) {
+        if (!eventually([&] { return count() > so_far; }, deadline)) {
+            return false;
+        }
+        so_far = count();
+    }
+    return true;
+}
+
 // Watches that `condition` holds for the whole of `duration`; for what must not happen.
 template <class Condition>
 bool all_along(Condition condition, std::chrono::milliseconds duration)

@@ -51,12 +51,12 @@ int watcher::count(ZU_U32 event) const
 
 bool watcher::wait_for_blocks(size_t count, std::chrono::milliseconds deadline) const
 {
-    return eventually([&] { return block_count() >= count; }, deadline);
+    return grows_to([this] { return block_count(); }, count, deadline);
 }
 
 bool watcher::wait_for_event(ZU_U32 event, int times, std::chrono::milliseconds deadline) const
 {
-    return eventually([&] { return count(event) >= times; }, deadline);
+    return grows_to([&] { return count(event); }, times, deadline);
 }
 
 library::library(int level)

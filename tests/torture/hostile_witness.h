@@ -3,7 +3,8 @@
 //
 // Its device sends numbered frames without a pause and answers every request with a number of its
 // own; two threads, one that sends frames and one that makes requests. Every frame must come, once,
-// in order and unmixed; every request must get its own answer; the link must never be lost.
+// in order and unmixed; no request may get an answer that is not its own, or none before its limit
+// has passed; the link must never be lost; and after it all there are more frames and more answers.
 #pragma once
 
 #include <memory>
