@@ -10,6 +10,7 @@
 # demo/before.png and demo/after.png. Ends with 0 only when all of it is good.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. scripts/lib.sh
 
 build_dir=${BUILD_DIR:-build/dev}
 seconds=12
@@ -33,10 +34,6 @@ usage_error() {
 is_address() { # as live_view wants it
     local octet='(25[0-5]|2[0-4][0-9]|1[0-9][0-9]|[1-9]?[0-9])'
     [[ $1 =~ ^$octet\.$octet\.$octet\.$octet$ ]]
-}
-
-is_number() { # TEXT LEAST MOST
-    [[ $1 =~ ^[0-9]{1,6}$ ]] && [ "$((10#$1))" -ge "$2" ] && [ "$((10#$1))" -le "$3" ]
 }
 
 read_arguments() {

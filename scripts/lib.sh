@@ -32,6 +32,10 @@ usage_error() {
     exit 2
 }
 
+is_number() { # TEXT LEAST MOST
+    [[ $1 =~ ^[0-9]{1,6}$ ]] && [ "$((10#$1))" -ge "$2" ] && [ "$((10#$1))" -le "$3" ]
+}
+
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then
         "$@"

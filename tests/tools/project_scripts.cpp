@@ -41,6 +41,28 @@ TEST(ProjectScripts, TheDemoRefusesWrongArgumentsBeforeItBuilds)
     }
 }
 
+TEST(ProjectScripts, CommandsRefuseWrongArgumentsBeforeTheyBuild)
+{
+    const std::vector<std::vector<std::string>> wrong = {{},
+                                                         {"tset"},
+                                                         {"test", "heartbeat"},
+                                                         {"soak", "long"},
+                                                         {"check", "all"},
+                                                         {"build", "dev"},
+                                                         {"torture", "5"},
+                                                         {"fuzz", "0"},
+                                                         {"fuzz", "1.5"},
+                                                         {"fuzz", "1", "receiver"},
+                                                         {"coverage", "source"},
+                                                         {"format", "run"}};
+    for (const auto& arguments : wrong) {
+        program run(project / "run", arguments);
+        EXPECT_EQ(run.exit_status(), 2) << testing::PrintToString(arguments);
+        EXPECT_EQ(run.output(), "") << "nothing was begun";
+        EXPECT_THAT(run.errors(), testing::MatchesRegex("run: [^\n]*\n"));
+    }
+}
+
 TEST(ProjectScripts, TheDemosArgumentsCanBeJudgedAlone)
 {
     program run(project / "scripts/demo.sh",
