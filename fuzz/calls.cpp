@@ -52,6 +52,7 @@ public:
         abort_when_giving_up();
         here.threads.set_limit(whole_run);
         here.fruitless_time = 20 * milliseconds; // a busy loop is soon through
+        here.network_time = 5 * milliseconds;    // and so is a device that refuses without end
         here.before_call = [this](const call&) { return judge(); };
         ZU_NET_DEV_SetLogLevel(ZU_LOG_LEVEL_ERROR);
         ZU_NET_DEV_SetLogCallback(on_log);

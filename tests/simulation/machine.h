@@ -17,7 +17,6 @@ namespace sim
 {
 
 constexpr micros call_time = 2;                  // every call
-constexpr micros network_time = 100;             // one way to a device
 constexpr micros epoch = 1800000000LL * seconds; // the wall clock's reading at the start
 
 // Where in the library a call is made: the return addresses of it and of the function it stands in.
@@ -85,6 +84,7 @@ public:
 
     std::function<verdict(const call&)> before_call; // on the calling thread
     micros clock_step = 0;                           // the wall clock's error
+    micros network_time = 100;                       // one way to a device
     micros fruitless_time = 1 * milliseconds;        // of a call that fails or moves nothing
     int ping_result = 0;                             // wait status of the "ping" program
 

@@ -66,11 +66,15 @@ void lying_device::accept_after(int closed_first, const std::atomic<bool>& give_
 {
     while (!link.open() && !give_up) {
         peer end = listening.accept(accept_poll);
-        if (end.open() && closed_first-- > 0) {
+        if (!end.open()) {
+            continue;
+        }
+        if (closed_first-- > 0) {
             end.close();
-        } else if (end.open()) {
+        } else {
             link = std::move(end);
         }
+        accepted++;
     }
 }
 
@@ -96,8 +100,10 @@ bool lying_device::accept_again(int closed_first)
 {
     std::atomic<bool> give_up{false};
     link.close();
+    // A connection that ends at once may cost the login's pause of three seconds, each of them.
+    const int wanted = accepted + closed_first + 1;
     std::thread device([&] { accept_after(closed_first, give_up); });
-    const bool up = eventually([this] { return link.open(); }) && login->wait_until_up();
+    const bool up = grows_to([this] { return accepted.load(); }, wanted) && login->wait_until_up();
     give_up = true;
     device.join();
     expect(up, "the login does not connect again");

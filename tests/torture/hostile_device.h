@@ -6,6 +6,7 @@
 // words. Log level 1 or 2 is expected, so that requests have their limit.
 #pragma once
 
+#include <atomic>
 #include <optional>
 #include <random>
 
@@ -120,6 +121,7 @@ private:
     void compare_what_was_handed_over();
 
     support::scripted_device listening;
+    std::atomic<int> accepted{0}; // connections, those closed at once included
     int held_port = -1; // a socket that keeps the port from others while connects are refused
     std::vector<promised_block> promised;
     std::vector<std::string> wrong;
