@@ -99,14 +99,15 @@ inline bool on_thread_named(const std::string& name)
     return name.substr(0, 15) == own;
 }
 
-// Stops threads of one name at their next pause (usleep), whatever the log level; unlike a hold at
-// a line, between two looks of a polling loop.
+// Stops threads of one name at their next pause (usleep) at which `when` holds, whatever the log
+// level; unlike a hold at a line, between two looks of a polling loop.
 class pause_hold
 {
 public:
-    explicit pause_hold(const std::string& thread)
-        : at_pause("usleep", [thread, s = state] {
-              if (on_thread_named(thread)) {
+    explicit pause_hold(
+        const std::string& thread, std::function<bool()> when = [] { return true; })
+        : at_pause("usleep", [thread, when, s = state] {
+              if (on_thread_named(thread) && when()) {
                   s->standing++;
                   eventually([&] { return s->open.load(); });
               }

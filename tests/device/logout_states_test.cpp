@@ -127,12 +127,17 @@ TEST_F(LogoutState, WhileTheDeviceRefusesToConnect)
 TEST_F(LogoutState, InTheStartUpWaitWaitsForWorkersThatHaveNotBegun)
 {
     late_sender_hold late_sender;
+    // The wait lasts five seconds, which a busy machine may well spend on something else.
+    pause_hold in_the_wait(manager_name,
+                           [&] { return late_sender.reached(std::chrono::milliseconds(0)); });
     drop(*device);
-    ASSERT_TRUE(late_sender.reached());
+    ASSERT_TRUE(in_the_wait.reached());
     running_call logout([&] { return log_out(); });
-    ASSERT_TRUE(log->wait_for("####### exit msgrecver() finish\n"));
     {
         const held_user user(handle);
+        EXPECT_TRUE(eventually([&] { return user->devmanager_run == 0; }));
+        in_the_wait.let_go();
+        EXPECT_TRUE(log->wait_for("####### exit msgrecver() finish\n"));
         EXPECT_TRUE(all_along(
             [&] {
                 return !logout.returned() && fcntl(user->shutdown_pipe_sender[0], F_GETFD) != -1 &&
