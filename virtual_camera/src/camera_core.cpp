@@ -363,8 +363,8 @@ void camera_core::make_key_frame(link& from, const wire::request& what)
     if (what.payload.size() < 4 || what.word(0) >= stream_count) {
         return from.send_answer(wire::answer(what, code_out_of_range));
     }
-    from.send_answer(wire::answer(what, code_done));
-    hubs_[what.word(0)]->request_key_frame();
+    hubs_[what.word(0)]->request_key_frame(
+        [&] { from.send_answer(wire::answer(what, code_done)); });
 }
 
 } // namespace zucam

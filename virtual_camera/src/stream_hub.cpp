@@ -64,9 +64,10 @@ void stream_hub::remove(link& who)
     changed_.notify_all();
 }
 
-void stream_hub::request_key_frame()
+void stream_hub::request_key_frame(const std::function<void()>& promise)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
+    promise();
     key_requested_ = true;
 }
 

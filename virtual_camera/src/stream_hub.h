@@ -12,6 +12,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -33,7 +34,9 @@ public:
     // viewer already begins anew.
     void add(link& viewer);
     void remove(link& viewer);
-    void request_key_frame();
+    // The next frame that is begun will be a key frame; `promise` says so first, before that frame
+    // can be on its way.
+    void request_key_frame(const std::function<void()>& promise);
     // The stream goes on with these measures from its next frame on, which is a key frame unless
     // the sound alone is different. Viewers are told by a new system header where that changes.
     void change(const stream_config& config);
