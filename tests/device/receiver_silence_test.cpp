@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include <poll.h>
+
 #include "receiver_kit.h"
 
 using namespace support;
@@ -158,22 +160,38 @@ TEST(ReceiverSilence, AsksForTheSocketsErrorFromTheThirdToTheFifthSecondOnly)
     EXPECT_EQ(other_lines(stand.log).size(), 4U); // entry, the two lines, exit
 }
 
+namespace
+{
+
+constexpr int seconds_of_doubt = 4; // three to five are
+
+bool has_error(int socket)
+{
+    pollfd watch = {socket, 0, 0};
+    return poll(&watch, 1, 0) == 1 && (watch.revents & POLLERR) != 0;
+}
+
+} // namespace
+
 class ReceiverInDoubt : public at_level
 {
 };
 
 TEST_P(ReceiverInDoubt, EndsWhenTheSocketHasAnError)
 {
+    stopped_clock clock;
     const before_call slow("select", dawdle);
     fault early("select", 0);
     early.on_thread(receiver_name).returning(0);
     receiver_stand stand(level);
+    ASSERT_TRUE(eventually([&] { return early.hits() >= 2; })); // it has begun
     stand.link.reset();
+    ASSERT_TRUE(eventually([&] { return has_error(stand.user->ext_sock); }));
+    clock.advance(seconds_of_doubt);
     ASSERT_TRUE(stand.receiver_ended());
 
     if (stand.level == 2) {
-        EXPECT_GE(timeout_lines(stand.log).back().diff, 3);
-        EXPECT_LE(timeout_lines(stand.log).back().diff, 5);
+        EXPECT_EQ(timeout_lines(stand.log).back().diff, seconds_of_doubt);
     }
     EXPECT_TRUE(is_story(other_lines(stand.log), receiver_name, stand.level,
                          {enter_line(stand),
@@ -185,12 +203,15 @@ INSTANTIATE_TEST_SUITE_P(, ReceiverInDoubt, all_levels(), level_name);
 
 TEST(ReceiverSilence, EndsTheReceiverInDoubtWhenTheSocketCannotBeAsked)
 {
+    stopped_clock clock;
     const before_call slow("select", dawdle);
     fault early("select", 0);
     early.on_thread(receiver_name).returning(0);
     fault mute("getsockopt", ENOBUFS);
     mute.on_thread(receiver_name);
     receiver_stand stand(1);
+    ASSERT_TRUE(eventually([&] { return early.hits() >= 2; })); // it has begun
+    clock.advance(seconds_of_doubt);
     ASSERT_TRUE(stand.receiver_ended());
     EXPECT_EQ(mute.hits(), 1);
     expect_log(stand, {error("Socket error detected: Success (error=0)\n")});

@@ -140,6 +140,23 @@ static void note_room(size_t room)
     }
 }
 
+static std::atomic<time_t> stopped_at{0}; // 0: it runs
+
+stopped_clock::stopped_clock()
+{
+    stopped_at = time(nullptr);
+}
+
+stopped_clock::~stopped_clock()
+{
+    stopped_at = 0;
+}
+
+void stopped_clock::advance(int whole_seconds)
+{
+    stopped_at += whole_seconds;
+}
+
 select_request last_select()
 {
     const std::lock_guard<std::mutex> lock(guard);
@@ -242,6 +259,11 @@ SEAM(ssize_t, sendto,
      (fd, data, size, flags, to, length))
 SEAM(ssize_t, read, (int fd, void* into, size_t room), fd, (fd, into, room))
 SEAM(ssize_t, write, (int fd, const void* data, size_t size), fd, (fd, data, size))
+time_t seam_time(time_t* into)
+{
+    const time_t stopped = support::stopped_at;
+    return stopped != 0 ? stopped : time(into);
+}
 SEAM(int, pipe, (int* ends), -1, (ends))
 SEAM(int, usleep, (useconds_t time), time, (time))
 SEAM(int, gettimeofday, (timeval * now, void* zone), -1, (now, zone))

@@ -5,8 +5,8 @@
 // fault the seam passes every call on.
 //
 //     bind connect fcntl getsockname getsockopt gettimeofday localtime_r mmap munmap pipe
-//     pthread_create pthread_mutex_init read recv recvfrom select send sendto socket usleep vfork
-//     write
+//     pthread_create pthread_mutex_init read recv recvfrom select send sendto socket time usleep
+//     vfork write
 #pragma once
 
 #include <atomic>
@@ -83,6 +83,19 @@ class largest_recv
 public:
     largest_recv();
     size_t room() const;
+};
+
+// While it lives, time as the library reads it stands still but for advance, whatever a busy
+// machine does with the real one. One at a time.
+class stopped_clock
+{
+public:
+    stopped_clock();
+    ~stopped_clock();
+    stopped_clock(const stopped_clock&) = delete;
+    stopped_clock& operator=(const stopped_clock&) = delete;
+
+    void advance(int whole_seconds);
 };
 
 // What the library's latest call of select asked for, whichever thread made it.

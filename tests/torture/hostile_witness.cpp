@@ -80,7 +80,8 @@ struct witness::life {
 
 witness::life::life() : device({[](peer&) { return true; }, answer_well}), login(device.port())
 {
-    if (login.result() != ZU_SUCCESS ||
+    // A login may be up before the device has taken its connection out of the queue.
+    if (login.result() != ZU_SUCCESS || !eventually([this] { return device.links_open() == 1; }) ||
         ZU_NET_DEV_SetStreamCallBack(login.handle(), on_stream, this) != ZU_SUCCESS ||
         ZU_NET_DEV_SetEventCallBack(login.handle(), on_event, this) != ZU_SUCCESS) {
         complain("the good login can't begin");
