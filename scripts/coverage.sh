@@ -8,5 +8,4 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 find build/coverage -name '*.gcda' -delete
 step 'coverage: all tests' run_tests coverage
 gcovr --root . --filter 'source/src/' --exclude-throw-branches --exclude-unreachable-branches \
-    --txt-metric branch --fail-under-branch 95 --html-details build/coverage/index.html \
-    --txt - build/coverage
+    --branches --fail-under-branch 95 --html-details build/coverage/index.html --txt - build/coverage

@@ -8,7 +8,7 @@ namespace support
 {
 
 // Generous on purpose: it is only used up by a failing test or by a machine that is very busy.
-constexpr std::chrono::milliseconds long_enough{30000};
+constexpr std::chrono::milliseconds long_enough{60000};
 
 // Polls until `condition` holds; false when the deadline passes first.
 template <class Condition>

@@ -15,7 +15,7 @@ namespace tools
 
 using bytes = std::vector<std::uint8_t>;
 
-constexpr std::chrono::seconds patience{30};
+constexpr std::chrono::seconds patience{60};
 
 // One message as it came, header included.
 struct received {
