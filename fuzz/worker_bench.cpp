@@ -105,7 +105,11 @@ void worker_bench::received(const connection_ref& on)
 void worker_bench::then(micros after, std::function<void()> what)
 {
     laid_out += after;
-    here.at(laid_out, std::move(what));
+    here.at(laid_out, [this, what = std::move(what)] {
+        if (!over) {
+            what();
+        }
+    });
 }
 
 void worker_bench::wake_by_pipe(const int (&pipe)[2])
@@ -124,6 +128,7 @@ void worker_bench::run(void* (*worker)(void*))
     sdk_user_hold(user);
     link_hold(user->link);
     worker(user);
+    over = true;
 }
 
 } // namespace fuzz

@@ -20,7 +20,7 @@ public:
     worker_bench(const worker_bench&) = delete;
     worker_bench& operator=(const worker_bench&) = delete;
 
-    // Runs the worker on this thread, with what has been laid out for it by `at`.
+    // Runs the worker on this thread, with what has been laid out for it by `then`.
     void run(void* (*worker)(void*));
 
     sim::machine here;
@@ -28,7 +28,8 @@ public:
     sim::connection_ref link; // the device's end
     sim::micros laid_out = 0; // how far the plan for the run reaches
 
-    // Lays out what happens next, so much after what was laid out before.
+    // Lays out what happens next, so much after what was laid out before. What the worker has not
+    // lived to see does not happen.
     void then(sim::micros after, std::function<void()> what);
 
     void wake_by_pipe(const int (&pipe)[2]);
@@ -36,6 +37,7 @@ public:
 private:
     void connected(const sim::connection_ref& fresh) override;
     void received(const sim::connection_ref& on) override;
+    bool over = false; // the worker has ended; the record is being taken apart
 };
 
 // Fails the run.
