@@ -1,0 +1,66 @@
+// The three facts about a camera, and the events that tell of their changes.
+//
+// They are separate on purpose: a link can be up while the device is dead, and a device can answer
+// heartbeats while its encoder has stopped.
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "zu/frame.hpp"
+
+namespace zu
+{
+
+enum class LinkState { up, down };
+
+struct Link {
+    LinkState state = LinkState::down;
+    Clock::time_point since; // when the layer learnt of it
+};
+
+struct Peer {
+    bool alive = false;                     // a heartbeat was answered within `peer_silent_after`
+    std::optional<Clock::duration> silence; // age of the last answer; nothing before the first one
+};
+
+enum class MediaState {
+    off,       // no stream has been started, or it was stopped
+    flowing,   // as many frames come as the stream has had before
+    trickling, // frames come, but fewer than half of what the stream has had before
+    stalled,   // no frame for `stalled_after`, or none yet
+};
+
+struct Media {
+    MediaState state = MediaState::off;
+    Clock::time_point since;
+    std::optional<Clock::duration> frame_age; // of the last video or audio frame
+};
+
+enum class EventKind {
+    link_up,
+    link_down,
+    heartbeat, // each one that is answered
+    peer_alive,
+    peer_silent,
+    media_flowing, // at first, and resumed
+    media_trickling,
+    media_stalled,
+    frames_dropped,      // a full queue has begun to drop; once per run of drops
+    key_frame_asked_for, // by the layer itself, see CameraOptions::ask_for_key_frames
+    movement_stopped,    // by the dead man's timer
+};
+
+const char* name_of(EventKind kind) noexcept; // "link up" and so on
+
+struct Event {
+    EventKind kind;
+    Clock::time_point at;
+};
+
+// Called on the camera's own thread, one call at a time, in order. It may make requests; it must
+// not throw and must not destroy the camera. A slow handler delays events and dead man's timers,
+// not frames.
+using EventHandler = std::function<void(const Event&)>;
+
+} // namespace zu
