@@ -22,22 +22,22 @@ compiled_sources() {
     while IFS= read -r file; do
         ! grep -qF "\"file\": \"$PWD/$file\"" build/dev/compile_commands.json ||
             printf '%s\n' "$file"
-    done < <(sources_in "$@" | grep -v '\.h$')
+    done < <(sources_in "$@" | grep -vE '\.h(pp)?$')
 }
 
 linted_by_clang_tidy() {
-    compiled_sources source virtual_camera examples >build/tidy.list
+    compiled_sources source client virtual_camera examples >build/tidy.list
     [ -s build/tidy.list ] || return 1
     xargs -P "$(nproc)" -n 1 clang-tidy -p build/dev --quiet <build/tidy.list
 }
 
 linted_by_cppcheck() {
     local dirs=() dir
-    for dir in source virtual_camera examples; do
+    for dir in source client virtual_camera examples; do
         [ ! -d "$dir" ] || dirs+=("$dir")
     done
     cppcheck --quiet --error-exitcode=1 --inline-suppr --enable=warning,performance,portability \
-        --std=c++17 --std=c11 -I source/inc -I virtual_camera/include "${dirs[@]}"
+        --std=c++17 --std=c11 -I source/inc -I client/include -I virtual_camera/include "${dirs[@]}"
 }
 
 # ---- the library as it is shipped --------------------------------------------------------------

@@ -112,13 +112,18 @@ check_heads() {
     done
 }
 
-# The camera is written apart from the library, and the examples see what an application sees.
+# The camera is written apart from the library; the C++ layer and the examples see what an
+# application sees.
 check_borders() {
     local file
     while IFS= read -r file; do
         forbid 'the camera includes nothing of the library' \
             '^#include .*(zu_net_dev|zu_data_type|source/)' "$file"
     done < <(sources_in virtual_camera)
+    while IFS= read -r file; do
+        forbid 'the C++ layer includes the public headers of the library only' \
+            '^#include .*(source/|\.\./|zu_net_dev_msg|sdk_user|"log\.h)' "$file"
+    done < <(sources_in client)
     while IFS= read -r file; do
         forbid 'an example includes public headers only' \
             '^#include .*(source/|\.\./|zu_net_dev_msg|sdk_user|log\.h)' "$file"

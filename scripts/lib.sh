@@ -15,7 +15,7 @@ packages_msan=(clang libclang-rt-14-dev libc++-14-dev libc++abi-14-dev llvm-14)
 packages_coverage=(gcovr)
 
 # The folders whose sources are ours; every one that exists is formatted and checked.
-source_dirs=(source virtual_camera examples tests fuzz)
+source_dirs=(source client virtual_camera examples tests fuzz)
 
 # Most tests wait for a time limit of the protocol rather than compute, so many run side by side.
 test_jobs=24
@@ -134,6 +134,6 @@ run_tests() {
 sources_in() {
     local dir
     for dir in "$@"; do
-        [ ! -d "$dir" ] || find "$dir" -type f \( -name '*.c' -o -name '*.cpp' -o -name '*.h' \)
+        [ ! -d "$dir" ] || find "$dir" -type f \( -name '*.c' -o -name '*.cpp' -o -name '*.h' -o -name '*.hpp' \)
     done | sort
 }

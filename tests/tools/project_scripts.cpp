@@ -78,8 +78,8 @@ protected:
     {
         for (const char* const part :
              {"README.md", "docs", "cmake", "CMakeLists.txt", "CMakePresets.json", ".clang-tidy",
-              ".clang-format", "run", ".ci", "scripts", "source", "virtual_camera", "fuzz",
-              "examples"}) {
+              ".clang-format", "run", ".ci", "scripts", "source", "client", "virtual_camera",
+              "fuzz", "examples"}) {
             fs::create_directories(copy_);
             fs::copy(project / part, copy_ / part, fs::copy_options::recursive);
         }
@@ -140,6 +140,14 @@ TEST_F(HouseRules, SeeAFailureThatAScriptIgnores)
 {
     add("scripts/lib.sh", "rm -r somewhere || true\n");
     EXPECT_THAT(breaches(), HasSubstr("scripts/lib.sh:"));
+}
+
+TEST_F(HouseRules, SeeTheLayerReachIntoTheLibrary)
+{
+    add("client/src/frame.cpp", "#include \"zu_net_dev_disk.h\"\n");
+    EXPECT_EQ(breaches(), "");
+    add("client/src/library_core.hpp", "#include \"sdk_user.h\"\n");
+    EXPECT_THAT(breaches(), HasSubstr("public headers of the library only"));
 }
 
 TEST_F(HouseRules, FailWhenAPathIsNotThere)

@@ -42,6 +42,11 @@
 namespace zu
 {
 
+namespace detail
+{
+class CameraCore;
+}
+
 using std::chrono::milliseconds;
 
 // Where the camera is, and as whom. The C library would cut longer texts; here they are refused.
@@ -168,6 +173,7 @@ public:
 private:
     class Impl;
     explicit Camera(std::unique_ptr<Impl> made) noexcept;
+    std::shared_ptr<detail::CameraCore> core() const; // null when moved from
     std::unique_ptr<Impl> impl;
 };
 

@@ -1,0 +1,169 @@
+// What the layer asks for by itself. See upkeep.hpp.
+#include "upkeep.hpp"
+
+namespace zu::detail
+{
+
+using lock = std::lock_guard<std::mutex>;
+
+Errand& Upkeep::errand(Chore chore)
+{
+    return errands[static_cast<std::size_t>(chore)];
+}
+
+// ---- key frames --------------------------------------------------------------------------------
+
+void Upkeep::want_key_frame(Clock::time_point not_before)
+{
+    const lock held(guard);
+    if (stream_wanted || !stream_ever_began) { // what still comes of a stopped one is of no use
+        errand(Chore::key_frame).want(not_before);
+    }
+}
+
+void Upkeep::key_frame_came()
+{
+    const lock held(guard);
+    errand(Chore::key_frame).want_no_more();
+}
+
+// ---- the stream --------------------------------------------------------------------------------
+
+void Upkeep::stream_begins()
+{
+    const lock held(guard);
+    stream_wanted = true;
+    stream_ever_began = true;
+    stream_comes_back = false;
+    errand(Chore::stop_stream).want_no_more();
+}
+
+void Upkeep::stream_ends()
+{
+    const lock held(guard);
+    stream_wanted = false;
+    errand(Chore::key_frame).want_no_more();
+}
+
+bool Upkeep::stream_is_wanted() const
+{
+    const lock held(guard);
+    return stream_wanted;
+}
+
+void Upkeep::link_is_lost()
+{
+    const lock held(guard);
+    stream_comes_back = stream_ever_began && !stream_wanted;
+}
+
+bool Upkeep::frame_came()
+{
+    const lock held(guard);
+    if (!stream_comes_back || errand(Chore::stop_stream).is_wanted()) {
+        return false;
+    }
+    errand(Chore::stop_stream).want(Clock::now());
+    return true;
+}
+
+// ---- movements ---------------------------------------------------------------------------------
+
+void Upkeep::move_begins(Clock::time_point stop_at)
+{
+    const lock held(guard);
+    ++movement;
+    ++moves_under_way;
+    errand(Chore::stop_moving).want_at(stop_at);
+}
+
+void Upkeep::move_is_over()
+{
+    const lock held(guard);
+    --moves_under_way;
+}
+
+bool Upkeep::is_moving() const
+{
+    const lock held(guard);
+    return errands[static_cast<std::size_t>(Chore::stop_moving)].is_wanted();
+}
+
+std::uint64_t Upkeep::stop_begins() const
+{
+    const lock held(guard);
+    return movement;
+}
+
+bool Upkeep::stop_is_taken(std::uint64_t which)
+{
+    const lock held(guard);
+    return end_movement(which);
+}
+
+// A stop may have overtaken a move whose call is not over, so it ends none then; the next one will.
+bool Upkeep::end_movement(std::uint64_t which)
+{
+    Errand& stop = errand(Chore::stop_moving);
+    if (which != movement || moves_under_way > 0 || !stop.is_wanted()) {
+        return false;
+    }
+    stop.want_no_more();
+    return true;
+}
+
+// ---- for those who do it -----------------------------------------------------------------------
+
+Clock::time_point Upkeep::next() const
+{
+    const lock held(guard);
+    auto soonest = never;
+    for (const Errand& each : errands) {
+        soonest = std::min(soonest, each.next());
+    }
+    return soonest;
+}
+
+std::optional<Chore> Upkeep::take_due(Clock::time_point now)
+{
+    const lock held(guard);
+    for (const Chore chore : {Chore::stop_moving, Chore::stop_stream, Chore::key_frame}) {
+        if (now >= errand(chore).next()) {
+            errand(chore).hand_in(now);
+            stop_is_for = chore == Chore::stop_moving ? movement : stop_is_for;
+            return chore;
+        }
+    }
+    return {};
+}
+
+bool Upkeep::begins(Chore chore, Clock::time_point now)
+{
+    const lock held(guard);
+    if (!errand(chore).is_wanted() || (chore == Chore::stop_moving && stop_is_for != movement)) {
+        return false;
+    }
+    errand(chore).begin(now);
+    return true;
+}
+
+bool Upkeep::is_over(Chore chore, bool taken)
+{
+    const lock held(guard);
+    errand(chore).over();
+    switch (chore) {
+    case Chore::key_frame:
+        return taken; // wanted until one has come
+    case Chore::stop_moving:
+        return taken && end_movement(stop_is_for);
+    case Chore::stop_stream:
+        break;
+    }
+    if (taken) {
+        stream_comes_back = false;
+        errand(chore).want_no_more();
+    }
+    return taken;
+}
+
+} // namespace zu::detail

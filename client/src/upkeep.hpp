@@ -1,0 +1,120 @@
+// What the layer asks a device for by itself: key frames, that a movement ends, that a stream that
+// was stopped stays so.
+//
+// Here is only decided what is wanted and when. The camera's own thread hands in what is due, the
+// threads of the request desk make the calls and say what came of them. One lock guards everything
+// and is held for a look at a few words. Any thread.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <mutex>
+#include <optional>
+
+#include "times.hpp"
+
+namespace zu::detail
+{
+
+enum class Chore { key_frame, stop_moving, stop_stream };
+
+// One thing that is asked for until it has been had: one request at a time, once a second at most.
+class Errand
+{
+public:
+    void want(Clock::time_point not_before)
+    {
+        due = wanted ? due : std::max(due, not_before);
+        wanted = true;
+    }
+    void want_at(Clock::time_point exactly)
+    {
+        wanted = true;
+        due = exactly;
+    }
+    void want_no_more()
+    {
+        wanted = false;
+    }
+    bool is_wanted() const
+    {
+        return wanted;
+    }
+    Clock::time_point next() const
+    {
+        return wanted && !under_way ? due : never;
+    }
+    void hand_in(Clock::time_point now)
+    {
+        under_way = true;
+        begin(now);
+    }
+    void begin(Clock::time_point now)
+    {
+        due = now + std::chrono::seconds(1);
+    }
+    void over()
+    {
+        under_way = false;
+    }
+
+private:
+    bool wanted = false;
+    bool under_way = false;
+    Clock::time_point due;
+};
+
+class Upkeep
+{
+public:
+    // ---- key frames ----
+
+    void want_key_frame(Clock::time_point not_before);
+    void key_frame_came();
+
+    // ---- the stream ----
+
+    // The C library starts at each reconnection what was ever started. What has been stopped since
+    // is stopped anew, once it is seen to flow.
+    void stream_begins();
+    void stream_ends();
+    bool stream_is_wanted() const;
+    void link_is_lost();
+    bool frame_came(); // whether that made something due
+
+    // ---- movements ----
+
+    // A movement, that is the call that begins it, from begin to end of the call.
+    void move_begins(Clock::time_point stop_at);
+    void move_is_over();
+    bool is_moving() const;
+    // Which movement a stop that begins now is for, and that the device has taken it: whether that
+    // ended the latest movement.
+    std::uint64_t stop_begins() const;
+    bool stop_is_taken(std::uint64_t movement);
+
+    // ---- for those who do it ----
+
+    Clock::time_point next() const;
+    // The next chore that is due, which counts as handed in from here on.
+    std::optional<Chore> take_due(Clock::time_point now);
+    // Right before its call: whether it is still wanted.
+    bool begins(Chore chore, Clock::time_point now);
+    // Its call is over or was never made. Whether it has done what it was for.
+    bool is_over(Chore chore, bool taken);
+
+private:
+    Errand& errand(Chore chore);
+    bool end_movement(std::uint64_t which);
+
+    mutable std::mutex guard;
+    std::array<Errand, 3> errands;
+    bool stream_wanted = false;
+    bool stream_ever_began = false;
+    bool stream_comes_back = false; // though it was stopped
+    std::uint64_t movement = 0;
+    std::uint64_t stop_is_for = 0; // the movement that the chore was handed in for
+    int moves_under_way = 0;
+};
+
+} // namespace zu::detail

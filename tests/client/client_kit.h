@@ -1,0 +1,174 @@
+// What the tests of the C++ layer share: a device that serves and sends, a camera that is logged in
+// to it with its events written down, and frames to send.
+//
+// Everything that is shared with threads of the layer is atomic or has a lock of its own.
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "eventually.h"
+#include "process_probe.h"
+#include "scripted_device.h"
+#include "wire_bytes.h"
+#include "zu/camera.hpp"
+
+namespace support
+{
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// ---- what the device is asked ----
+
+constexpr uint32_t start_message = 0x1001;
+constexpr uint32_t stop_message = 0x1011;
+constexpr uint32_t heartbeat_message = 0x1021;
+constexpr uint32_t move_message = 0x1031;
+constexpr uint32_t preset_message = 0x1041;
+constexpr uint32_t key_frame_message = 0x1051;
+constexpr uint32_t set_message = 0x1061;
+constexpr uint32_t get_message = 0x1071;
+
+// ---- frames ----
+
+inline const bytes h264_key = hex("00 00 00 01 65 88 84 00");
+inline const bytes h264_delta = hex("00 00 00 01 41 9a 00 10");
+inline const bytes h264_sets = hex("00 00 00 01 67 42 c0 1e  00 00 00 01 68 ce 3c 80");
+inline const bytes h265_key = hex("00 00 00 01 26 01 af 08");
+inline const bytes h265_delta = hex("00 00 00 01 02 01 d0 09");
+inline const bytes h265_sets = hex("00 00 00 01 40 01 0c 01  00 00 00 01 42 01 01 01");
+
+inline bytes video(const bytes& unit)
+{
+    return stream_data("KTVF", unit);
+}
+inline bytes audio()
+{
+    return stream_data("KTAF", hex("d5 d5 d5 d5"));
+}
+inline bytes sets(const bytes& units)
+{
+    return stream_data("EXVC", units);
+}
+inline bytes system_header(uint32_t frame_rate, uint32_t width = 1280, uint32_t height = 720)
+{
+    return stream_data("FSYS", le32(width) + le32(height) + le32(0) + le32(0) + le32(frame_rate) +
+                                   le32(2048));
+}
+
+// ---- the camera's side ----
+
+// Writes down the events of a camera.
+class EventLog
+{
+public:
+    zu::EventHandler handler()
+    {
+        return [own = own](const zu::Event& event) {
+            const std::lock_guard<std::mutex> lock(own->guard);
+            own->events.push_back(event);
+        };
+    }
+    std::vector<zu::Event> all() const
+    {
+        const std::lock_guard<std::mutex> lock(own->guard);
+        return own->events;
+    }
+    // Without heartbeats, which come when they come.
+    std::vector<zu::EventKind> kinds() const
+    {
+        std::vector<zu::EventKind> out;
+        for (const zu::Event& event : all()) {
+            if (event.kind != zu::EventKind::heartbeat) {
+                out.push_back(event.kind);
+            }
+        }
+        return out;
+    }
+    int count(zu::EventKind kind) const
+    {
+        const auto events = all();
+        return static_cast<int>(
+            std::count_if(events.begin(), events.end(),
+                          [=](const zu::Event& event) { return event.kind == kind; }));
+    }
+    bool wait_for(zu::EventKind kind, int times = 1) const
+    {
+        return eventually([=] { return count(kind) >= times; });
+    }
+
+private:
+    struct State {
+        mutable std::mutex guard;
+        std::vector<zu::Event> events;
+    };
+    const std::shared_ptr<State> own = std::make_shared<State>();
+};
+
+inline zu::CameraAddress address_of(unsigned short port)
+{
+    return {"127.0.0.1", port, "admin", "secret"};
+}
+
+inline behaviour answering(std::function<void(peer&, const message&)> how)
+{
+    behaviour out;
+    out.on_message = std::move(how);
+    return out;
+}
+
+// Answers heartbeats and nothing else.
+inline behaviour mute()
+{
+    return answering([](peer& end, const message& m) {
+        if (m.type == heartbeat_message) {
+            end.send(make_message(heartbeat_message + 1, 0, {}));
+        }
+    });
+}
+
+// A library, a device and, when a test makes one, a camera; afterwards nothing is left of them.
+class ClientTest : public testing::Test
+{
+protected:
+    zu::Camera& log_in(zu::CameraOptions options = {})
+    {
+        if (!options.on_event) {
+            options.on_event = events.handler();
+        }
+        camera = std::make_unique<zu::Camera>(address_of(device->port()), std::move(options));
+        EXPECT_TRUE(eventually([this] { return device->links_open() > 0; }));
+        return *camera;
+    }
+    void TearDown() override
+    {
+        camera.reset();
+        library.reset();
+        device.reset();
+        EXPECT_EQ(before.left_over(), "");
+    }
+
+    // How often the device has been asked for something.
+    size_t asked(uint32_t type) const
+    {
+        return device->received(type).size();
+    }
+
+    const inventory before;
+    std::unique_ptr<serving_device> device = std::make_unique<serving_device>();
+    std::unique_ptr<zu::Library> library = std::make_unique<zu::Library>();
+    EventLog events;
+    std::unique_ptr<zu::Camera> camera;
+};
+
+} // namespace support
