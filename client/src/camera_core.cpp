@@ -212,7 +212,7 @@ void CameraCore::on_block(const std::uint8_t* block, std::size_t length)
 
 void CameraCore::hand_to_program(const FrameView& view)
 {
-    if (view.key) {
+    if (can_begin_with(view)) {
         upkeep.key_frame_came();
     }
     const CameraCore* const outer = std::exchange(handling_frame_of, this);
@@ -223,7 +223,7 @@ void CameraCore::hand_to_program(const FrameView& view)
 void CameraCore::queue_frame(const FrameView& view)
 {
     const FrameQueue::Outcome outcome = queue.put(view);
-    if (outcome.kept && view.key) {
+    if (outcome.kept && can_begin_with(view)) {
         upkeep.key_frame_came();
     }
     if (outcome.run_begins) {

@@ -6,8 +6,7 @@
 //   - parameter sets and system headers are set aside, since the key frame needs them;
 //   - sound and the like is dropped until the queue has been emptied, so that the key frame finds
 //     room, and kept from then on, so that sound goes on when no video comes any more.
-// A lost link begins the same wait without a lack of room, so it costs nothing but video. Video of
-// a codec that is not known counts as a key frame: none of it ever would.
+// A lost link begins the same wait without a lack of room, so it costs nothing but video.
 #include "frame_queue.hpp"
 
 #include <algorithm>
@@ -18,11 +17,6 @@ namespace zu::detail
 
 namespace
 {
-
-bool can_begin_with(const FrameView& view)
-{
-    return view.kind == FrameKind::video && (view.key || view.codec == Codec::unknown);
-}
 
 bool prepares(const FrameView& view)
 {

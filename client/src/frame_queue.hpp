@@ -17,6 +17,13 @@
 namespace zu::detail
 {
 
+// Whether a decoder may begin with a frame. Video of a codec that is not known counts: none of it
+// would ever be a key frame.
+inline bool can_begin_with(const FrameView& view)
+{
+    return view.kind == FrameKind::video && (view.key || view.codec == Codec::unknown);
+}
+
 class FrameQueue
 {
 public:

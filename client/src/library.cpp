@@ -68,7 +68,7 @@ Library::Library(LibraryOptions options)
     core->initialised = true;
     registry().core_exists = true;
     registry().current = core;
-    detail::open_log_route(core->log);
+    detail::open_log_route(core->log, options.trace);
     ZU_NET_DEV_SetLogLevel(options.trace ? ZU_LOG_LEVEL_TRACE : ZU_LOG_LEVEL_ERROR);
 }
 

@@ -26,6 +26,7 @@ constexpr std::size_t line_limit = 255;
 constexpr std::string_view blank = "***";
 
 std::atomic<const LogHandler*> route{nullptr};
+std::atomic<bool> trace_wanted{false};
 std::atomic<int> lines_under_way{0};
 thread_local int quiet;
 thread_local bool in_handler;
@@ -100,7 +101,7 @@ void pass_on(const LogHandler& handler, int type, const char* line)
 
 extern "C" void zu_client_take_log_line(int type, const char* line) noexcept
 {
-    if (quiet > 0 || in_handler) {
+    if (quiet > 0 || in_handler || (type != ZU_LOG_TYPE_ERROR && !trace_wanted)) {
         return;
     }
     ++lines_under_way;
@@ -112,8 +113,9 @@ extern "C" void zu_client_take_log_line(int type, const char* line) noexcept
 
 } // namespace
 
-void open_log_route(const LogHandler& handler)
+void open_log_route(const LogHandler& handler, bool trace)
 {
+    trace_wanted = trace;
     route = handler ? &handler : nullptr;
     ZU_NET_DEV_SetLogCallback(zu_client_take_log_line);
 }

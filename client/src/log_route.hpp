@@ -12,8 +12,9 @@
 namespace zu::detail
 {
 
-// Takes the C library's lines from now on. An empty handler lets them go nowhere.
-void open_log_route(const LogHandler& handler);
+// Takes the C library's lines from now on; without `trace` only the errors among them. An empty
+// handler lets them go nowhere.
+void open_log_route(const LogHandler& handler, bool trace);
 // The handler is not called any more, and no call of it is running, when this returns. Not from the
 // handler. The handler must live until then.
 void close_log_route();

@@ -59,6 +59,7 @@ void MediaWatch::open_window(Clock::time_point now)
 {
     closed = 0;
     in_this_quarter = 0;
+    quarter_is_empty = true;
     quarter_ends = now + quarter;
 }
 
@@ -76,6 +77,7 @@ std::optional<EventKind> MediaWatch::frame(Clock::time_point now, bool video)
         open_window(now);
     }
     in_this_quarter += video ? 1 : 0;
+    quarter_is_empty = false;
     return resumes ? std::optional(EventKind::media_flowing) : std::nullopt;
 }
 
@@ -109,12 +111,13 @@ void MediaWatch::close_quarter(Clock::time_point now)
 {
     closed_quarters[closed % quarters] = in_this_quarter;
     ++closed;
-    in_this_quarter = 0;
-    quarter_ends += quarter;
-    if (closed >= quarters && video_seen) {
+    if (closed >= quarters && video_seen && !quarter_is_empty) {
         judge(std::accumulate(closed_quarters.begin(), closed_quarters.end(), std::uint64_t{0}),
               now);
     }
+    in_this_quarter = 0;
+    quarter_is_empty = true;
+    quarter_ends += quarter;
 }
 
 std::uint64_t MediaWatch::expected() const

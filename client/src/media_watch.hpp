@@ -6,7 +6,8 @@
 // video frames that a window of max(`stalled_after`, one second) should bring, fewer than half have
 // come, and flows again from three quarters on. What the window should bring is told by the frame
 // rate of the system header or, without one, by what the windows before have brought. The window is
-// made of four whole quarters, so it is looked at four times in its length.
+// made of four whole quarters, so it is looked at four times in its length. A stream that has
+// stopped altogether does not trickle first: that takes a frame in the last quarter.
 #pragma once
 
 #include <array>
@@ -48,8 +49,8 @@ private:
     void judge(std::uint64_t came, Clock::time_point now);
     std::uint64_t expected() const;
 
-    const Clock::duration stalled_after;
-    const Clock::duration quarter;
+    Clock::duration stalled_after;
+    Clock::duration quarter; // of a window
 
     MediaState state = MediaState::off;
     Clock::time_point since;
@@ -64,6 +65,7 @@ private:
     std::array<std::uint64_t, quarters> closed_quarters = {}; // video frames in each
     unsigned closed = 0;                                      // since the window was opened
     std::uint64_t in_this_quarter = 0;
+    bool quarter_is_empty = true; // of sound too
     Clock::time_point quarter_ends;
 };
 

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -66,6 +67,31 @@ inline bytes system_header(uint32_t frame_rate, uint32_t width = 1280, uint32_t 
                                    le32(2048));
 }
 
+// Sends the same to all connections of a device again and again, until it ends.
+class Streamer
+{
+public:
+    Streamer(serving_device& device, const bytes& data, milliseconds pause)
+        : thread([this, &device, data, pause] {
+              while (!eventually([this] { return over.load(); }, pause)) {
+                  device.send_to_all(data);
+              }
+          })
+    {
+    }
+    ~Streamer()
+    {
+        over = true;
+        thread.join();
+    }
+    Streamer(const Streamer&) = delete;
+    Streamer& operator=(const Streamer&) = delete;
+
+private:
+    std::atomic<bool> over{false};
+    std::thread thread;
+};
+
 // ---- the camera's side ----
 
 // Writes down the events of a camera.
@@ -111,6 +137,39 @@ private:
     struct State {
         mutable std::mutex guard;
         std::vector<zu::Event> events;
+    };
+    const std::shared_ptr<State> own = std::make_shared<State>();
+};
+
+// Takes log lines.
+class LineLog
+{
+public:
+    zu::LogHandler handler()
+    {
+        return [own = own](const zu::LogLine& line) {
+            const std::lock_guard<std::mutex> lock(own->guard);
+            own->lines.push_back((line.error ? "E " : "T ") + std::string(line.text));
+        };
+    }
+    std::vector<std::string> all() const
+    {
+        const std::lock_guard<std::mutex> lock(own->guard);
+        return own->lines;
+    }
+    size_t count(const std::string& text) const
+    {
+        const auto lines = all();
+        return static_cast<size_t>(
+            std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
+                return line.find(text) != std::string::npos;
+            }));
+    }
+
+private:
+    struct State {
+        mutable std::mutex guard;
+        std::vector<std::string> lines;
     };
     const std::shared_ptr<State> own = std::make_shared<State>();
 };

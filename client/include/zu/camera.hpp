@@ -19,7 +19,7 @@
 //     most, and works on copies; so a setting whose deadline has passed may still take effect.
 //  2. Any thread may call, many at once. Not from a signal handler, nor in the child of a fork, nor
 //     from a log handler. A moved-from camera answers everything with Errc::closed, zeros and
-//     nothing.
+//     nothing; so ends a call that is under way on another thread when the destructor begins.
 //  3. Handlers are given at construction and stay. Frame handlers run on the receiver thread of the
 //     C library, event handlers on the camera's own thread; facts.hpp and frame.hpp say what each
 //     may do. None begins before the constructor is about to return, none begins or runs after the
@@ -99,9 +99,10 @@ public:
     // The same without an exception.
     static Result<Camera> log_in(const CameraAddress& address, CameraOptions options = {});
 
-    // Stops a movement that is under way, if that takes no longer than the deadline; ends the
-    // queue; waits for requests that are still under way, some four seconds at most with a silent
-    // device; logs out. Never from a handler of this camera.
+    // Ends the queue; waits for the event handler; stops a movement that is under way, if that
+    // takes no longer than the deadline; waits for requests that are still under way, some four
+    // seconds at most with a silent device; logs out, which takes what ZU_NET_DEV_Logout takes.
+    // Never from a handler of this camera.
     ~Camera();
     Camera(Camera&& other) noexcept;
     Camera& operator=(Camera&& other) noexcept;

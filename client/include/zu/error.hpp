@@ -11,13 +11,13 @@ namespace zu
 
 // Failures of this side. What the device itself answers is in device_category().
 enum class Errc {
-    bad_argument = 1,    // nothing was tried
-    library_in_use,      // a zu::Library exists already, or the C library was initialised elsewhere
-    cannot_connect,      // nobody there, refused, or not up within the library's three seconds
-    link_down,           // the link is down right now; nothing was sent
-    timed_out,           // the deadline has passed; the device may still do what was asked
-    no_answer,           // the C library gave up waiting; also when the link was lost meanwhile
-    busy,                // as many requests as a camera may have are under way already
+    bad_argument = 1, // nothing was tried
+    library_in_use,   // a zu::Library exists already, or the C library was initialised elsewhere
+    cannot_connect,   // nobody there, refused, or not up within the library's three seconds
+    link_down,        // the link is down right now; nothing was sent
+    timed_out,        // the deadline has passed; the device may still do what was asked
+    no_answer,        // the C library gave up waiting; also when the link was lost meanwhile
+    busy, // nothing was sent: others took until the deadline, or no thread was to be had
     would_wait_for_self, // a request from inside a frame handler, whose answer that thread would
                          // read
     closed,              // the camera object has ended, or was moved from

@@ -20,15 +20,18 @@ struct Link {
 };
 
 struct Peer {
-    bool alive = false;                     // a heartbeat was answered within `peer_silent_after`
+    // A heartbeat, or a request, was answered within `peer_silent_after`.
+    bool alive = false;
     std::optional<Clock::duration> silence; // age of the last answer; nothing before the first one
 };
 
 enum class MediaState {
     off,       // no stream has been started, or it was stopped
-    flowing,   // as many frames come as the stream has had before
-    trickling, // frames come, but fewer than half of what the stream has had before
-    stalled,   // no frame for `stalled_after`, or none yet
+    flowing,   // frames come as they should
+    trickling, // in the last max(`stalled_after`, 1 s) fewer than half of the video frames came
+               // that the system header's frame rate, or what came before, makes expect; up to 3/4
+               // again
+    stalled, // no frame for `stalled_after` (then with an event), or none since the start
 };
 
 struct Media {
@@ -42,11 +45,11 @@ enum class EventKind {
     link_down,
     heartbeat, // each one that is answered
     peer_alive,
-    peer_silent,
+    peer_silent,   // also when nothing was answered since the login
     media_flowing, // at first, and resumed
     media_trickling,
     media_stalled,
-    frames_dropped,      // a full queue has begun to drop; once per run of drops
+    frames_dropped,      // a full queue has begun to drop; once per run of drops, and a second
     key_frame_asked_for, // by the layer itself, see CameraOptions::ask_for_key_frames
     movement_stopped,    // by the dead man's timer
 };
@@ -60,7 +63,7 @@ struct Event {
 
 // Called on the camera's own thread, one call at a time, in order. It may make requests; it must
 // not throw and must not destroy the camera. A slow handler delays events and dead man's timers,
-// not frames.
+// not frames. A handler that never returns loses heartbeats from the thousandth event on.
 using EventHandler = std::function<void(const Event&)>;
 
 } // namespace zu

@@ -44,7 +44,8 @@ struct FrameView {
     bool key;                  // a video frame that a decoder can begin with
     std::uint64_t number;      // 1, 2, 3 ... as they arrive at this camera object, kinds together
     Clock::time_point arrived; // when the layer was handed it
-    const std::uint8_t* data;  // behind the four characters that open a block; not aligned
+    const std::uint8_t* data;  // behind the four characters that open a block (kind `other`: all
+                               // of it); not aligned
     std::size_t size;
 
     // What a system header says; nothing for other kinds, and when it is too short.
@@ -83,7 +84,8 @@ using FrameHandler = std::function<void(const FrameView&)>;
 
 // What a full queue does with the next frame.
 enum class WhenFull {
-    drop_to_key, // drops it, and all after it up to the next key frame; what is queued stays
+    drop_to_key, // video: drops it, and all after it up to the next key frame; what is queued
+                 // stays. Sound and the like: drops it alone. docs/CLIENT.md has the details
     newest_only, // gives up all that is queued, so that the next frame taken is the newest there is
     block,       // waits for room; meanwhile nothing is read from the device, see FrameHandler
 };

@@ -20,7 +20,8 @@ struct LogLine {
 };
 
 // Called by whichever thread logs, by several at once. Must be quick and must not throw; it may not
-// construct or destroy a camera, nor make a request.
+// construct or destroy a camera or a library, nor make a request. What it writes to the log itself
+// does not come to it.
 using LogHandler = std::function<void(const LogLine&)>;
 
 struct LibraryOptions {
@@ -39,8 +40,9 @@ class Library
 public:
     // Throws std::system_error with Errc::library_in_use.
     explicit Library(LibraryOptions options = {});
-    // Does not wait while cameras live; with none, until the last abandoned request has ended, some
-    // four seconds at most.
+    // The log handler is not called any more when it returns; it waits for one that runs, and for
+    // nothing else. Cameras that live keep the C library, so another zu::Library has to wait for
+    // them.
     ~Library();
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;

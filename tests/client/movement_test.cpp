@@ -1,0 +1,178 @@
+// Movements and their dead man's timer.
+#include "client_kit.h"
+
+namespace
+{
+
+using namespace support;
+using zu::EventKind;
+
+constexpr uint32_t left = 7;
+constexpr uint32_t halt = 99;
+
+class Movement : public ClientTest
+{
+protected:
+    zu::Camera& log_in_to_mover(zu::CameraOptions options = {})
+    {
+        options.stop_command = halt;
+        options.stop_speed = 3;
+        return log_in(std::move(options));
+    }
+    // The commands that have reached the device, in order.
+    std::vector<uint32_t> commands() const
+    {
+        std::vector<uint32_t> out;
+        for (const message& m : device->received(move_message)) {
+            out.push_back(word_at(m.body, 0));
+        }
+        return out;
+    }
+    int halts() const
+    {
+        const auto all = commands();
+        return static_cast<int>(std::count(all.begin(), all.end(), halt));
+    }
+};
+
+using testing::ElementsAre;
+
+TEST_F(Movement, StopsByItself)
+{
+    zu::Camera& its = log_in_to_mover();
+    const auto begin = zu::Clock::now();
+    EXPECT_EQ(its.move(left, 5, milliseconds(300)), std::error_code());
+    EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
+    EXPECT_GE(zu::Clock::now() - begin, milliseconds(300));
+    EXPECT_THAT(commands(), ElementsAre(left, halt));
+    EXPECT_EQ(word_at(device->received(move_message)[1].body, 4), 3U);
+    EXPECT_TRUE(all_along([this] { return halts() == 1; }, milliseconds(1500))) << "once";
+}
+
+TEST_F(Movement, IsStoppedOnceWhenTheProgramDoes)
+{
+    zu::Camera& its = log_in_to_mover();
+    EXPECT_EQ(its.move(left, 5, milliseconds(500)), std::error_code());
+    EXPECT_EQ(its.stop_moving(), std::error_code());
+    EXPECT_TRUE(all_along([this] { return halts() == 1; }, milliseconds(1000)));
+    EXPECT_EQ(events.count(EventKind::movement_stopped), 0) << "not by the timer";
+}
+
+TEST_F(Movement, TakesTheTimerOver)
+{
+    zu::Camera& its = log_in_to_mover();
+    EXPECT_EQ(its.move(left, 5, milliseconds(400)), std::error_code());
+    EXPECT_EQ(its.move(left + 1, 5, std::chrono::hours(1)), std::error_code());
+    EXPECT_TRUE(all_along([this] { return halts() == 0; }, milliseconds(1000)));
+    EXPECT_EQ(its.move(left + 2, 5, milliseconds(100)), std::error_code());
+    EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
+    EXPECT_THAT(commands(), ElementsAre(left, left + 1, left + 2, halt));
+}
+
+TEST_F(Movement, IsStoppedAgainUntilTheDeviceHasTakenIt)
+{
+    std::atomic<int> refusals{2};
+    device->behave(answering([&](peer& end, const message& m) {
+        const bool refuse = m.type == move_message && word_at(m.body, 0) == halt && refusals-- > 0;
+        answers_with(refuse ? 5 : 0)(end, m);
+    }));
+    zu::Camera& its = log_in_to_mover();
+    EXPECT_EQ(its.move(left, 5, milliseconds(100)), std::error_code());
+    EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
+    EXPECT_EQ(halts(), 3);
+    EXPECT_EQ(events.count(EventKind::movement_stopped), 1);
+}
+
+TEST_F(Movement, IsStoppedWhenTheLinkHasComeBack)
+{
+    zu::Camera& its = log_in_to_mover();
+    EXPECT_EQ(its.move(left, 5, milliseconds(1000)), std::error_code());
+    device->drop_links();
+    EXPECT_TRUE(events.wait_for(EventKind::link_down));
+    EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
+    EXPECT_EQ(events.count(EventKind::link_up), 1);
+    EXPECT_THAT(commands(), ElementsAre(left, halt));
+}
+
+TEST_F(Movement, ThatFailedCountsAsBegun)
+{
+    device->behave(answering([](peer& end, const message& m) {
+        if (m.type != move_message || word_at(m.body, 0) == halt) {
+            answers_with(0)(end, m);
+        }
+    }));
+    zu::Camera& its = log_in_to_mover();
+    EXPECT_EQ(its.move(left, 5, milliseconds(100), milliseconds(50)), zu::Errc::timed_out);
+    EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
+}
+
+// The stop might have overtaken the movement, so there is another when that is certain not to be.
+TEST_F(Movement, WhoseCallIsNotOverIsStoppedOnceMore)
+{
+    device->behave(answering([](peer& end, const message& m) {
+        if (m.type != move_message || word_at(m.body, 0) == halt) {
+            answers_with(0)(end, m);
+        }
+    }));
+    zu::Camera& its = log_in_to_mover();
+    EXPECT_EQ(its.move(left, 5, milliseconds(50), milliseconds(40)), zu::Errc::timed_out);
+    EXPECT_TRUE(eventually([this] { return halts() >= 1; }));
+    EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
+    EXPECT_GE(halts(), 2);
+}
+
+TEST_F(Movement, ThatNeverBeganHasNoTimer)
+{
+    zu::Camera& its = log_in_to_mover();
+    device->refuse();
+    device->drop_links();
+    EXPECT_TRUE(events.wait_for(EventKind::link_down));
+    EXPECT_EQ(its.move(left, 5, milliseconds(100)), zu::Errc::link_down);
+    device->serve_again();
+    EXPECT_TRUE(events.wait_for(EventKind::link_up));
+    EXPECT_TRUE(all_along([this] { return commands().empty(); }, milliseconds(500)));
+}
+
+TEST_F(Movement, EndsWithTheCamera)
+{
+    zu::Camera& its = log_in_to_mover();
+    EXPECT_EQ(its.move(left, 5, std::chrono::hours(1)), std::error_code());
+    camera.reset();
+    EXPECT_TRUE(eventually([this] { return halts() == 1; }));
+}
+
+TEST_F(Movement, EndsWithACameraWhoseReceiverWaitsForRoom)
+{
+    zu::CameraOptions options;
+    options.queue = {1, zu::WhenFull::block};
+    zu::Camera& its = log_in_to_mover(std::move(options));
+    EXPECT_EQ(its.move(left, 5, std::chrono::hours(1)), std::error_code());
+    device->send_to_all(audio());
+    device->send_to_all(audio());
+    EXPECT_TRUE(eventually([&] { return its.stats().frames == 2; }));
+    camera.reset();
+    EXPECT_TRUE(eventually([this] { return halts() == 1; }));
+}
+
+TEST_F(Movement, ThatIsOverIsNotStoppedAtTheEnd)
+{
+    zu::Camera& its = log_in_to_mover();
+    EXPECT_EQ(its.move(left, 5, std::chrono::hours(1)), std::error_code());
+    EXPECT_EQ(its.stop_moving(), std::error_code());
+    EXPECT_EQ(its.standard(left, 5), std::error_code());
+    camera.reset();
+    EXPECT_EQ(halts(), 1);
+}
+
+TEST_F(Movement, DoesNotKeepTheEndWaitingForASilentDevice)
+{
+    zu::CameraOptions options;
+    options.deadline = milliseconds(200);
+    zu::Camera& its = log_in_to_mover(std::move(options));
+    EXPECT_EQ(its.move(left, 5, std::chrono::hours(1), long_enough), std::error_code());
+    device->behave(mute());
+    camera.reset(); // ends, at the latest when the library gives up
+    EXPECT_EQ(halts(), 1);
+}
+
+} // namespace
