@@ -31,7 +31,7 @@ enum class MediaState {
     trickling, // in the last max(`stalled_after`, 1 s) fewer than half of the video frames came
                // that the system header's frame rate, or what came before, makes expect; up to 3/4
                // again
-    stalled, // no frame for `stalled_after` (then with an event), or none since the start
+    stalled,   // no frame for `stalled_after` (then with an event), or none since the start
 };
 
 struct Media {
