@@ -7,6 +7,10 @@
 //   - sound and the like is dropped until the queue has been emptied, so that the key frame finds
 //     room, and kept from then on, so that sound goes on when no video comes any more.
 // A lost link begins the same wait without a lack of room, so it costs nothing but video.
+//
+// With WhenFull::newest_only parameter sets and system headers are set aside too when the rest is
+// given up, since no later frame could be decoded without them. What is set aside, one of each kind
+// at most, comes on top of the bound.
 #include "frame_queue.hpp"
 
 #include <algorithm>
@@ -53,7 +57,7 @@ FrameQueue::Outcome FrameQueue::put(const FrameView& view)
         lose(view, outcome);
         ++counted.dropped_queue_full;
     } else if (verdict == Verdict::keep_for_later) {
-        insert_for_later(std::move(*frame));
+        set_aside_latest(std::move(*frame), counted.dropped_awaiting_key);
     } else {
         insert(std::move(*frame));
         outcome.kept = true;
@@ -136,32 +140,39 @@ void FrameQueue::make_room_for_newest(Outcome& outcome)
     outcome.needs_key = std::any_of(frames.begin(), frames.end(), [](const Frame& frame) {
         return frame.kind == FrameKind::video;
     });
-    counted.dropped_superseded += frames.size();
-    frames.clear();
+    std::deque<Frame> all;
+    all.swap(frames);
+    for (Frame& frame : all) {
+        if (prepares(frame.view())) {
+            set_aside_latest(std::move(frame), counted.dropped_superseded);
+        } else {
+            ++counted.dropped_superseded;
+        }
+    }
 }
 
 void FrameQueue::insert(Frame frame)
 {
-    if (set_aside.size() >= options.frames) {
-        counted.dropped_queue_full += set_aside.size();
-        set_aside.clear();
-    }
     for (Frame& earlier : set_aside) {
-        frames.push_back(std::move(earlier));
+        if (options.when_full == WhenFull::newest_only && earlier.kind == frame.kind) {
+            ++counted.dropped_superseded; // by this very frame
+        } else {
+            frames.push_back(std::move(earlier));
+        }
     }
     set_aside.clear();
     frames.push_back(std::move(frame));
     filled.notify_all();
 }
 
-void FrameQueue::insert_for_later(Frame frame)
+void FrameQueue::set_aside_latest(Frame frame, std::uint64_t& replaced)
 {
     const auto same = std::find_if(set_aside.begin(), set_aside.end(), [&](const Frame& earlier) {
         return earlier.kind == frame.kind;
     });
     if (same != set_aside.end()) {
         set_aside.erase(same);
-        ++counted.dropped_awaiting_key;
+        ++replaced;
     }
     set_aside.push_back(std::move(frame));
 }

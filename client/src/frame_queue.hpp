@@ -57,7 +57,7 @@ private:
     Verdict overflow(const FrameView& view, Outcome& outcome);
     void make_room_for_newest(Outcome& outcome);
     void insert(Frame frame);
-    void insert_for_later(Frame frame);
+    void set_aside_latest(Frame frame, std::uint64_t& replaced);
     bool has_room() const;
 
     const FrameQueueOptions options;
