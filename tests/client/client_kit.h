@@ -217,6 +217,13 @@ protected:
         EXPECT_EQ(before.left_over(), "");
     }
 
+    // Until the camera has told that its link is up again for the n-th time, and the device, which
+    // may be slower, knows of it too: what it sends and drops from here on is this link's.
+    bool is_up_again(int times = 1) const
+    {
+        return events.wait_for(zu::EventKind::link_up, times) &&
+               eventually([this] { return device->links_open() == 1; });
+    }
     // How often the device has been asked for something.
     size_t asked(uint32_t type) const
     {
