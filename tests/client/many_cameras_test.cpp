@@ -81,4 +81,40 @@ TEST_F(ManyCameras, ComeAndGo)
     trouble.join();
 }
 
+// As many as there are places: each has its frame and its answer, and the next one has no place.
+TEST_F(ManyCameras, AreAllThereAtOnce)
+{
+    constexpr size_t places = 256;
+    ASSERT_TRUE(allow_descriptors(10 * places));
+    std::vector<std::optional<zu::Camera>> cameras(places);
+    std::vector<std::thread> each;
+    const auto for_all = [&](const std::function<void(std::optional<zu::Camera>&)>& what) {
+        for (auto& camera_of_one : cameras) {
+            each.emplace_back([&camera_of_one, &what] { what(camera_of_one); });
+        }
+        for (auto& thread : each) {
+            thread.join();
+        }
+        each.clear();
+    };
+    for_all([this](auto& its) {
+        auto made = zu::Camera::log_in(address_of(device->port()));
+        EXPECT_TRUE(made) << made.error().message();
+        if (made) {
+            its.emplace(std::move(made).value());
+        }
+    });
+    EXPECT_EQ(zu::Camera::log_in(address_of(device->port())).error(), zu::Errc::cannot_connect);
+    EXPECT_TRUE(eventually([this] { return device->links_open() == places; }));
+    // Again and again: so many on a small machine may lose a link once in a while.
+    const Streamer pictures(*device, video(h264_key), milliseconds(200));
+    for_all([](auto& its) {
+        ASSERT_TRUE(its);
+        EXPECT_TRUE(its->next_frame(long_enough));
+        EXPECT_TRUE(eventually([&] { return !its->standard(1, 1, long_enough); }));
+        its.reset();
+    });
+    EXPECT_GE(asked(move_message), places);
+}
+
 } // namespace
