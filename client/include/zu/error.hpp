@@ -15,9 +15,11 @@ enum class Errc {
     library_in_use,   // a zu::Library exists already, or the C library was initialised elsewhere
     cannot_connect,   // nobody there, refused, or not up within the library's three seconds
     link_down,        // the link is down right now; nothing was sent
-    timed_out,        // the deadline has passed; the device may still do what was asked
+    timed_out,        // the deadline has passed; unless it was 0, the device may still do what was
+                      // asked
     no_answer,        // the C library gave up waiting; also when the link was lost meanwhile
-    busy, // nothing was sent: others took until the deadline, or no thread was to be had
+    busy, // nothing was sent, nor will be: others took until the deadline, or no thread was to be
+          // had
     would_wait_for_self, // a request from inside a frame handler, whose answer that thread would
                          // read
     closed,              // the camera object has ended, or was moved from
@@ -82,7 +84,15 @@ public:
     {
         return *std::get_if<0>(&held);
     }
+    const Value& operator*() const&
+    {
+        return *std::get_if<0>(&held);
+    }
     Value* operator->()
+    {
+        return std::get_if<0>(&held);
+    }
+    const Value* operator->() const
     {
         return std::get_if<0>(&held);
     }

@@ -6,8 +6,8 @@
 namespace zu
 {
 
-// Plain data. A later version only adds fields at the end; `size` tells a program built against an
-// older header what it has got.
+// Plain data, which can be written down and handed on as it is. A later version only adds fields at
+// the end; `version` and `size` tell a reader which fields there are.
 struct Stats {
     std::uint32_t version = 1;
     std::uint32_t size = sizeof(Stats);
