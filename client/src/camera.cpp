@@ -15,14 +15,19 @@ public:
     Impl() = default;
     ~Impl()
     {
+        end();
+    }
+    void end()
+    {
         if (core) {
-            core->end();
+            core->end(); // handlers may ask it until this returns
+            core.reset();
         }
     }
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
-    std::shared_ptr<detail::CameraCore> core; // set once, when it has logged in
+    std::shared_ptr<detail::CameraCore> core; // from the login to the end
 };
 
 namespace
@@ -57,9 +62,26 @@ Result<Camera> Camera::log_in(const CameraAddress& address, CameraOptions option
     return Camera(std::move(made));
 }
 
-Camera::~Camera() = default;
+// Not left to the pointer, so that it still leads to the core for handlers that run meanwhile.
+Camera::~Camera()
+{
+    if (impl) {
+        impl->end();
+    }
+}
+
 Camera::Camera(Camera&& other) noexcept = default;
-Camera& Camera::operator=(Camera&& other) noexcept = default;
+
+Camera& Camera::operator=(Camera&& other) noexcept
+{
+    if (this != &other) {
+        if (impl) {
+            impl->end();
+        }
+        impl = std::move(other.impl);
+    }
+    return *this;
+}
 
 std::shared_ptr<detail::CameraCore> Camera::core() const
 {

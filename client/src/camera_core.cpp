@@ -2,6 +2,8 @@
 #include "camera_core.hpp"
 
 #include <arpa/inet.h>
+#include <cstdio>
+#include <exception>
 #include <pthread.h>
 #include <utility>
 
@@ -110,6 +112,9 @@ std::error_code CameraCore::begin(const CameraAddress& address)
     try {
         event_number = add_event_route(shared_from_this());
         own_thread = std::thread([this] { supervise(); });
+        if (options.on_event) {
+            event_thread = std::thread([this] { tell_events(); });
+        }
     } catch (const std::system_error& failure) {
         end();
         return failure.code();
@@ -125,12 +130,18 @@ std::error_code CameraCore::begin(const CameraAddress& address)
 // the answer to a stop. No call that names the handle begins once the gate is closed.
 void CameraCore::end()
 {
+    if (in_handler()) {
+        std::fputs("zu: a camera is destroyed from inside a handler of its own\n", stderr);
+        std::terminate(); // it would wait for itself, for ever
+    }
     ending = true;
     queue.end();
     desk.refuse();
-    watch.poke();
-    if (own_thread.joinable()) {
-        own_thread.join();
+    watch.end();
+    for (std::thread* const thread : {&own_thread, &event_thread}) {
+        if (thread->joinable()) {
+            thread->join();
+        }
     }
     stop_last_movement();
     desk.close();
@@ -189,9 +200,8 @@ void CameraCore::on_event(std::uint32_t event)
 {
     if (event == ZU_NET_DEV_HEARTBEAT) {
         watch.heartbeat();
-    } else {
-        look_at_link();
     }
+    look_at_link();
 }
 
 // ---- frames, on the receiver thread ------------------------------------------------------------
@@ -255,6 +265,11 @@ bool CameraCore::in_frame_handler() const
     return handling_frame_of == this;
 }
 
+bool CameraCore::in_handler() const
+{
+    return in_frame_handler() || event_thread.get_id() == std::this_thread::get_id();
+}
+
 // ---- the camera's own thread -------------------------------------------------------------------
 
 void CameraCore::supervise()
@@ -269,15 +284,18 @@ void CameraCore::supervise()
             next_look = Clock::now() + between_looks;
         }
         hand_in_chores();
-        deliver_events();
     }
 }
 
-void CameraCore::deliver_events()
+// On a thread that does nothing else.
+void CameraCore::tell_events()
 {
-    for (const Event& event : watch.take_events()) {
-        if (!ending && options.on_event) {
-            options.on_event(event);
+    pthread_setname_np(pthread_self(), "zu_events");
+    while (!ending) {
+        for (const Event& event : watch.wait_for_events()) {
+            if (!ending) {
+                options.on_event(event);
+            }
         }
     }
 }

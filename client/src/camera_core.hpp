@@ -3,10 +3,11 @@
 // camera_requests.cpp.
 //
 // Threads: the program's, any and many; the C library's receiver thread (on_block) and its event
-// threads (on_event); the camera's own thread (supervise); the threads of the request desk. Each
-// part has a lock of its own, none of which is held while another part is called, with one
-// exception: link_guard is held across the look at the link and what follows from it, so that two
-// looks cannot be told in the wrong order.
+// threads (on_event); the camera's own thread (supervise); the one that calls the event handler
+// (tell_events), so that a handler which takes its time holds up neither looks nor timers; the
+// threads of the request desk. Each part has a lock of its own, none of which is held while another
+// part is called, with one exception: link_guard is held across the look at the link and what
+// follows from it, so that two looks cannot be told in the wrong order.
 //
 // A core is shared by its Camera, by calls that are under way and by events that come in late. What
 // ends a login is end, on the thread that destroys the Camera; what still holds the core afterwards
@@ -77,8 +78,9 @@ private:
     // A call of the C library, and what goes before and after it on the thread that makes it.
     struct Request {
         std::function<int(std::uint32_t handle)> call;
-        std::function<void()> before;               // may be empty
+        std::function<bool()> before;               // false: not to be made after all; may be empty
         std::function<void(std::error_code)> after; // may be empty
+        bool in_turn = false;                       // starts and stops of the stream
     };
 
     std::error_code begin(const CameraAddress& address);
@@ -87,7 +89,7 @@ private:
     void link_has_changed(bool up);
 
     void supervise();
-    void deliver_events();
+    void tell_events();
     void hand_in_chores();
     void hand_in(Chore chore);
     std::error_code do_chore(Chore chore);
@@ -98,6 +100,7 @@ private:
     void queue_frame(const FrameView& view);
     void want_key_frame(Clock::time_point not_before);
     bool in_frame_handler() const; // this thread, of this camera
+    bool in_handler() const;       // of frames or events
 
     std::error_code request(Request request, Deadline deadline);
     std::error_code make(const Request& request);
@@ -112,6 +115,10 @@ private:
     std::uint32_t handle = 0;
     void* event_number = nullptr;
 
+    // Held by starts and stops of the stream from their decision to their end, so that none of the
+    // layer's own overtakes one of the program's. Only by threads of the desk, before all other
+    // locks.
+    std::mutex stream_turn;
     CallGate gate; // in front of every call that names the handle
     std::mutex link_guard;
     bool attached = false; // under link_guard
@@ -125,6 +132,7 @@ private:
     std::atomic<std::uint64_t> key_frames_asked_for{0};
     std::atomic<bool> ending{false};
     std::thread own_thread;
+    std::thread event_thread; // with an event handler
 };
 
 } // namespace zu::detail

@@ -96,11 +96,15 @@ std::error_code CameraCore::make(const Request& request)
     if (!pass) {
         return Errc::closed;
     }
+    std::unique_lock<std::mutex> turn(stream_turn, std::defer_lock);
+    if (request.in_turn) {
+        turn.lock();
+    }
     if (!look_at_link()) {
         return Errc::link_down;
     }
-    if (request.before) {
-        request.before();
+    if (request.before && !request.before()) {
+        return RequestDesk::cancelled();
     }
     const std::error_code outcome = code_of(request.call(handle));
     if (outcome == Errc::no_answer) {
@@ -126,17 +130,17 @@ std::error_code CameraCore::start_stream(const StreamRequest& wanted, Deadline d
     info.u32Stream = wanted.stream;
     info.u32Mode = wanted.mode;
     info.u8Type = wanted.type;
-    const auto was_off = std::make_shared<bool>();
     Request it;
-    it.before = [this, was_off, stream = wanted.stream] {
+    it.in_turn = true;
+    it.before = [this, stream = wanted.stream] {
         last_stream = stream;
         upkeep.stream_begins();
-        *was_off = watch.stream_begins();
+        watch.stream_begins();
+        return true;
     };
     it.call = [info](ZU_U32 which) mutable { return ZU_NET_DEV_StartStreamExt(which, &info); };
-    it.after = [this, was_off](std::error_code outcome) {
-        if (refused(outcome) && *was_off) {
-            upkeep.stream_ends();
+    it.after = [this](std::error_code outcome) {
+        if (upkeep.start_is_over(refused(outcome))) {
             watch.stream_ends();
         }
     };
@@ -146,6 +150,7 @@ std::error_code CameraCore::start_stream(const StreamRequest& wanted, Deadline d
 CameraCore::Request CameraCore::stop_stream_request()
 {
     Request it;
+    it.in_turn = true;
     it.call = [](ZU_U32 which) { return ZU_NET_DEV_StopStream(which); };
     it.after = [this](std::error_code outcome) {
         if (!outcome) {
@@ -236,12 +241,15 @@ std::error_code CameraCore::move(std::uint32_t command, std::uint32_t speed,
     if (at_most.count() < 1) {
         return Errc::bad_argument;
     }
+    upkeep.move_is_handed_in();
+    std::shared_ptr<void> handed_in(nullptr, [this](void*) { upkeep.move_is_gone(); });
     Request it;
     it.before = [this, at_most] {
         upkeep.move_begins(later(Clock::now(), at_most));
         watch.poke();
+        return true;
     };
-    it.call = [command, speed](ZU_U32 which) {
+    it.call = [command, speed, until_gone = std::move(handed_in)](ZU_U32 which) {
         return ZU_NET_DEV_PTZ_Ctrl_Standard(which, command, speed);
     };
     it.after = [this](std::error_code) { upkeep.move_is_over(); };
@@ -252,7 +260,10 @@ CameraCore::Request CameraCore::stop_request()
 {
     const auto movement = std::make_shared<std::uint64_t>();
     Request it;
-    it.before = [this, movement] { *movement = upkeep.stop_begins(); };
+    it.before = [this, movement] {
+        *movement = upkeep.stop_begins();
+        return true;
+    };
     it.call = [command = options.stop_command, speed = options.stop_speed](ZU_U32 which) {
         return ZU_NET_DEV_PTZ_Ctrl_Standard(which, command, speed);
     };
@@ -269,16 +280,16 @@ std::error_code CameraCore::stop_moving(Deadline deadline)
     return request(stop_request(), deadline);
 }
 
-// A stop must not overtake the call that began the movement, so that is waited for. What is left of
-// the deadline is for the stop.
+// A stop should not overtake the call that began the movement, so moves are waited for, those too
+// that have not begun yet. The stop is sent in any case; what is left of the deadline is for its
+// answer.
 void CameraCore::stop_last_movement()
 {
     const auto until = later(Clock::now(), options.deadline);
-    if (!upkeep.is_moving() || !look_at_link()) {
-        return;
+    upkeep.wait_for_moves(until);
+    if (upkeep.is_moving() && look_at_link()) {
+        desk.run_last([this, what = stop_request()] { return make(what); }, until);
     }
-    desk.wait_until_idle(until);
-    desk.run_last([this, what = stop_request()] { return make(what); }, until);
 }
 
 // ---- what the layer asks for by itself ---------------------------------------------------------
@@ -286,11 +297,6 @@ void CameraCore::stop_last_movement()
 // On a thread of the desk.
 std::error_code CameraCore::do_chore(Chore chore)
 {
-    if (!upkeep.begins(chore, Clock::now())) {
-        upkeep.is_over(chore, false);
-        watch.poke();
-        return RequestDesk::cancelled();
-    }
     const std::error_code outcome = make(chore_request(chore));
     const bool done = upkeep.is_over(chore, !outcome);
     if (chore == Chore::stop_moving && done) {
@@ -300,24 +306,31 @@ std::error_code CameraCore::do_chore(Chore chore)
     return outcome;
 }
 
+// The call that a chore is made by, if it is still wanted when its turn has come.
 CameraCore::Request CameraCore::chore_request(Chore chore)
 {
     Request it;
     switch (chore) {
     case Chore::stop_stream:
-        return stop_stream_request();
+        it = stop_stream_request();
+        break;
     case Chore::stop_moving:
         it = stop_request();
-        it.before = nullptr; // which movement it is for is known since it was handed in
-        it.after = nullptr;
-        return it;
+        it.after = nullptr; // which movement it is for is known since it was handed in
+        break;
     case Chore::key_frame:
+        it = key_frame_request();
         break;
     }
-    it = key_frame_request();
-    it.before = [this] {
-        ++key_frames_asked_for;
-        watch.tell(EventKind::key_frame_asked_for);
+    it.before = [this, chore] {
+        if (!upkeep.begins(chore, Clock::now())) {
+            return false;
+        }
+        if (chore == Chore::key_frame) {
+            ++key_frames_asked_for;
+            watch.tell(EventKind::key_frame_asked_for);
+        }
+        return true;
     };
     return it;
 }

@@ -28,22 +28,12 @@ RequestDesk::~RequestDesk()
 
 std::error_code RequestDesk::run(Call call, Clock::time_point deadline)
 {
-    return wait_for(std::move(call), deadline, false);
-}
-
-std::error_code RequestDesk::run_last(Call call, Clock::time_point deadline)
-{
-    return wait_for(std::move(call), deadline, true);
-}
-
-std::error_code RequestDesk::wait_for(Call call, Clock::time_point deadline, bool last)
-{
     const auto ticket = std::make_shared<Ticket>();
     ticket->call = std::move(call);
     ticket->deadline = deadline;
-    ticket->for_caller = !last;
+    ticket->for_caller = true;
     std::unique_lock<std::mutex> lock(guard);
-    if (closing || (refusing && !last)) {
+    if (closing || refusing) {
         return Errc::closed;
     }
     ++counted.requests;
@@ -53,10 +43,33 @@ std::error_code RequestDesk::wait_for(Call call, Clock::time_point deadline, boo
         return Errc::timed_out;
     }
     waiting.push_back(ticket);
+    return wait_for(ticket, lock, deadline);
+}
+
+std::error_code RequestDesk::run_last(Call call, Clock::time_point deadline)
+{
+    const auto ticket = std::make_shared<Ticket>();
+    ticket->call = std::move(call);
+    ticket->last = true;
+    std::unique_lock<std::mutex> lock(guard);
+    if (closing) {
+        return Errc::closed;
+    }
+    ++counted.requests;
+    waiting_own.push_back(ticket);
+    return wait_for(ticket, lock, deadline);
+}
+
+// The guard is held, but for the wait.
+std::error_code RequestDesk::wait_for(const std::shared_ptr<Ticket>& ticket,
+                                      std::unique_lock<std::mutex>& lock,
+                                      Clock::time_point deadline)
+{
     if (!have_thread()) {
         give_up(ticket, Errc::busy);
         return ticket->outcome;
     }
+    ticket->behind_others = free_threads < to_begin() || callers_served + waiting.size() > most;
     work_to_do.notify_one();
     const auto over = [&] { return ticket->stage == Stage::over || ticket->abandoned; };
     if (!ticket->ended.wait_until(lock, deadline, over)) {
@@ -65,14 +78,14 @@ std::error_code RequestDesk::wait_for(Call call, Clock::time_point deadline, boo
     return ticket->outcome;
 }
 
-// The deadline has passed. Under the guard, as what follows.
-std::error_code RequestDesk::why_late(const Ticket& ticket) const
+// The deadline has passed. Under the guard, as what follows. What decides is how things stood when
+// the ticket was handed in, and not which of two threads has woken first since.
+std::error_code RequestDesk::why_late(const Ticket& ticket)
 {
-    const bool all_taken = under_way.size() >= threads.size();
-    return ticket.stage == Stage::waiting && all_taken ? Errc::busy : Errc::timed_out;
+    return ticket.stage == Stage::waiting && ticket.behind_others ? Errc::busy : Errc::timed_out;
 }
 
-// The caller goes; a call that has not begun never begins.
+// The caller goes; its call never begins, if it has not begun.
 void RequestDesk::give_up(const std::shared_ptr<Ticket>& ticket, std::error_code why)
 {
     ticket->abandoned = true;
@@ -80,7 +93,7 @@ void RequestDesk::give_up(const std::shared_ptr<Ticket>& ticket, std::error_code
     counted.requests_timed_out += why == Errc::timed_out ? 1 : 0;
     settle(why);
     ticket->ended.notify_all();
-    if (ticket->stage == Stage::waiting) { // last: the queue may be all that holds it
+    if (ticket->for_caller && ticket->stage == Stage::waiting) {
         waiting.erase(std::find(waiting.begin(), waiting.end(), ticket));
     }
 }
@@ -93,9 +106,9 @@ bool RequestDesk::post(Call call)
     if (refusing || closing) {
         return false;
     }
-    waiting.push_front(ticket);
+    waiting_own.push_back(ticket);
     if (!have_thread()) {
-        waiting.pop_front();
+        waiting_own.pop_back();
         return false;
     }
     ++counted.requests;
@@ -112,11 +125,17 @@ void RequestDesk::note_failure()
 
 // ---- threads -----------------------------------------------------------------------------------
 
-// Makes another thread when there is more to do than threads that are free. False when there is
+// How many of those that wait may begin now.
+std::size_t RequestDesk::to_begin() const
+{
+    return waiting_own.size() + std::min<std::size_t>(waiting.size(), most - callers_served);
+}
+
+// Makes another thread when there is more to begin than threads that are free. False when there is
 // none at all. Threads of the C library never need the guard, so it may be held meanwhile.
 bool RequestDesk::have_thread()
 {
-    if (free_threads >= waiting.size() || threads.size() >= most) {
+    if (free_threads >= to_begin()) {
         return true;
     }
     const NoSignals inherited;
@@ -135,24 +154,36 @@ void RequestDesk::work()
     pthread_setname_np(pthread_self(), "zu_request");
     std::unique_lock<std::mutex> lock(guard);
     for (;;) {
-        work_to_do.wait(lock, [this] { return closing || !waiting.empty(); });
-        if (waiting.empty()) {
+        work_to_do.wait(lock, [this] { return closing || to_begin() > 0; });
+        const auto ticket = next();
+        if (!ticket) {
             return;
         }
-        const auto ticket = waiting.front();
-        if (Clock::now() >= ticket->deadline) { // its caller has not woken up yet
-            give_up(ticket, Errc::busy);
-            continue;
-        }
-        waiting.pop_front();
         make(ticket, lock);
     }
+}
+
+// Null when there is nothing to begin, as only at the end. Those that are too late, whose callers
+// have not woken up yet, are given up on the way.
+std::shared_ptr<RequestDesk::Ticket> RequestDesk::next()
+{
+    while (to_begin() > 0) {
+        Tickets& from = waiting_own.empty() ? waiting : waiting_own;
+        std::shared_ptr<Ticket> ticket = from.front();
+        if (Clock::now() < ticket->deadline) {
+            from.pop_front();
+            return ticket;
+        }
+        give_up(ticket, why_late(*ticket));
+    }
+    return nullptr;
 }
 
 void RequestDesk::make(const std::shared_ptr<Ticket>& ticket, std::unique_lock<std::mutex>& lock)
 {
     ticket->stage = Stage::under_way;
     under_way.push_back(ticket);
+    callers_served += ticket->for_caller ? 1 : 0;
     --free_threads;
     lock.unlock();
 
@@ -163,6 +194,7 @@ void RequestDesk::make(const std::shared_ptr<Ticket>& ticket, std::unique_lock<s
 
     lock.lock();
     ++free_threads;
+    callers_served -= ticket->for_caller ? 1 : 0;
     under_way.erase(std::find(under_way.begin(), under_way.end(), ticket));
     ticket->stage = Stage::over;
     if (!ticket->abandoned) {
@@ -172,9 +204,6 @@ void RequestDesk::make(const std::shared_ptr<Ticket>& ticket, std::unique_lock<s
             note_round_trip(took);
         }
         ticket->ended.notify_all();
-    }
-    if (under_way.empty() && waiting.empty()) {
-        idle.notify_all();
     }
 }
 
@@ -193,21 +222,18 @@ void RequestDesk::refuse()
     }
 }
 
-void RequestDesk::wait_until_idle(Clock::time_point until)
-{
-    std::unique_lock<std::mutex> lock(guard);
-    idle.wait_until(lock, until, [this] { return under_way.empty() && waiting.empty(); });
-}
-
 void RequestDesk::close()
 {
     {
         const std::lock_guard<std::mutex> lock(guard);
         refusing = true;
         closing = true;
-        while (!waiting.empty()) { // the layer's own: nobody waits for them
-            give_up(std::shared_ptr<Ticket>(waiting.front()), Errc::closed);
+        const auto dropped = std::stable_partition(waiting_own.begin(), waiting_own.end(),
+                                                   [](const auto& ticket) { return ticket->last; });
+        for (auto each = dropped; each != waiting_own.end(); ++each) { // nobody waits for them
+            give_up(*each, Errc::closed);
         }
+        waiting_own.erase(dropped, waiting_own.end());
         work_to_do.notify_all();
     }
     for (std::thread& thread : threads) { // no more are made

@@ -4,8 +4,13 @@
 // works on copies of its own, and what it leaves is looked at only by a caller that has been told
 // that it has ended. A call that has not begun when its deadline passes never begins.
 //
-// run and post come from any thread. The threads are made when first needed, up to a number, and
-// stay until close. One lock guards everything and is not held while a call is made.
+// What the layer asks for by itself, and the last request of all, need not wait for callers: of
+// callers' calls no more than a number are made at once, of the layer's own as many as there are,
+// so that a device which leaves four questions open is told to stop moving all the same. There is
+// one of each kind at most.
+//
+// run and post come from any thread. The threads are made when first needed and stay until close.
+// One lock guards everything and is not held while a call is made.
 #pragma once
 
 #include <condition_variable>
@@ -30,22 +35,21 @@ public:
     using Call = std::function<std::error_code()>;
     static std::error_code cancelled();
 
-    explicit RequestDesk(unsigned most_at_once);
-    ~RequestDesk(); // after close
+    explicit RequestDesk(unsigned most_at_once); // of callers
+    ~RequestDesk();                              // after close
     RequestDesk(const RequestDesk&) = delete;
     RequestDesk& operator=(const RequestDesk&) = delete;
 
     // Hands a call in and waits for what it comes to.
     std::error_code run(Call call, Clock::time_point deadline);
-    // Hands a call in, in front of all others, and does not wait. False when nobody can make it.
+    // Hands a call of the layer's own in and does not wait. False when nobody can make it.
     bool post(Call call);
     // A request that was refused before it came to the desk.
     void note_failure();
 
     // The end, in this order. From refuse on callers are sent away, also those that wait already;
-    // `run_last` still works.
+    // `run_last` still works, and begins in any case, however late it is.
     void refuse();
-    void wait_until_idle(Clock::time_point until);
     std::error_code run_last(Call call, Clock::time_point deadline);
     void close(); // waits for the calls that are being made; afterwards there are no threads
 
@@ -59,15 +63,20 @@ private:
         Stage stage = Stage::waiting;
         bool abandoned = false; // nobody waits for it any more, its outcome is settled
         bool for_caller = false;
+        bool last = false;          // begins even when its caller has gone
+        bool behind_others = false; // no thread could be had for it when it was handed in
         std::error_code outcome;
         std::condition_variable ended;
     };
     using Tickets = std::deque<std::shared_ptr<Ticket>>;
 
-    std::error_code wait_for(Call call, Clock::time_point deadline, bool last);
+    std::error_code wait_for(const std::shared_ptr<Ticket>& ticket,
+                             std::unique_lock<std::mutex>& lock, Clock::time_point deadline);
+    std::size_t to_begin() const;
     bool have_thread();
+    std::shared_ptr<Ticket> next();
     void give_up(const std::shared_ptr<Ticket>& ticket, std::error_code why);
-    std::error_code why_late(const Ticket& ticket) const;
+    static std::error_code why_late(const Ticket& ticket);
     void work();
     void make(const std::shared_ptr<Ticket>& ticket, std::unique_lock<std::mutex>& lock);
     void settle(std::error_code outcome);
@@ -77,9 +86,10 @@ private:
 
     mutable std::mutex guard;
     std::condition_variable work_to_do;
-    std::condition_variable idle;
-    Tickets waiting;
+    Tickets waiting;     // callers'
+    Tickets waiting_own; // the layer's own
     Tickets under_way;
+    unsigned callers_served = 0; // of those under way
     std::vector<std::thread> threads;
     unsigned free_threads = 0;
     bool refusing = false;

@@ -35,13 +35,32 @@ void Upkeep::stream_begins()
     stream_wanted = true;
     stream_ever_began = true;
     stream_comes_back = false;
+    ++starts_under_way;
     errand(Chore::stop_stream).want_no_more();
+}
+
+bool Upkeep::start_is_over(bool refused)
+{
+    const lock held(guard);
+    --starts_under_way;
+    stream_accepted = stream_accepted || !refused;
+    if (stream_accepted || starts_under_way > 0 || !stream_wanted) {
+        return false;
+    }
+    end_stream();
+    return true;
 }
 
 void Upkeep::stream_ends()
 {
     const lock held(guard);
+    end_stream();
+}
+
+void Upkeep::end_stream()
+{
     stream_wanted = false;
+    stream_accepted = false;
     errand(Chore::key_frame).want_no_more();
 }
 
@@ -68,6 +87,25 @@ bool Upkeep::frame_came()
 }
 
 // ---- movements ---------------------------------------------------------------------------------
+
+void Upkeep::move_is_handed_in()
+{
+    const lock held(guard);
+    ++moves_handed_in;
+}
+
+void Upkeep::move_is_gone()
+{
+    const lock held(guard);
+    --moves_handed_in;
+    moves_are_gone.notify_all();
+}
+
+void Upkeep::wait_for_moves(Clock::time_point until)
+{
+    std::unique_lock<std::mutex> held(guard);
+    moves_are_gone.wait_until(held, until, [this] { return moves_handed_in == 0; });
+}
 
 void Upkeep::move_begins(Clock::time_point stop_at)
 {

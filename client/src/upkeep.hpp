@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <condition_variable>
 #include <mutex>
 #include <optional>
 
@@ -74,9 +75,12 @@ public:
 
     // ---- the stream ----
 
+    // A start, from begin to end of its call. Several may be under way at once: there is no stream
+    // only when all of them were refused and none was there before. Whether that is so.
+    void stream_begins();
+    bool start_is_over(bool refused);
     // The C library starts at each reconnection what was ever started. What has been stopped since
     // is stopped anew, once it is seen to flow.
-    void stream_begins();
     void stream_ends();
     bool stream_is_wanted() const;
     void link_is_lost();
@@ -84,7 +88,11 @@ public:
 
     // ---- movements ----
 
-    // A movement, that is the call that begins it, from begin to end of the call.
+    // A movement, that is the call that begins it: handed in until it is certain that it is not
+    // made any more, and in between from begin to end of the call.
+    void move_is_handed_in();
+    void move_is_gone();
+    void wait_for_moves(Clock::time_point until); // until all are gone
     void move_begins(Clock::time_point stop_at);
     void move_is_over();
     bool is_moving() const;
@@ -105,16 +113,21 @@ public:
 
 private:
     Errand& errand(Chore chore);
+    void end_stream();
     bool end_movement(std::uint64_t which);
 
     mutable std::mutex guard;
     std::array<Errand, 3> errands;
     bool stream_wanted = false;
     bool stream_ever_began = false;
+    bool stream_accepted = false; // a start since the last end was not refused
+    int starts_under_way = 0;
     bool stream_comes_back = false; // though it was stopped
     std::uint64_t movement = 0;
     std::uint64_t stop_is_for = 0; // the movement that the chore was handed in for
+    int moves_handed_in = 0;
     int moves_under_way = 0;
+    std::condition_variable moves_are_gone;
 };
 
 } // namespace zu::detail

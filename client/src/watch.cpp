@@ -12,9 +12,16 @@ namespace zu::detail
 namespace
 {
 
-// A handler that never returns must not fill the memory: beyond this heartbeats are not told. They
-// are the only events that come without end while nothing changes.
-constexpr std::size_t events_before_heartbeats_go = 1000;
+// A handler that never returns must not fill the memory: beyond this, what comes without end while
+// nothing changes is not told.
+constexpr std::size_t events_before_some_go = 1000;
+
+bool comes_without_end(EventKind kind)
+{
+    return kind == EventKind::heartbeat || kind == EventKind::frames_dropped ||
+           kind == EventKind::key_frame_asked_for;
+}
+
 constexpr std::chrono::seconds between_drops{1};
 
 } // namespace
@@ -26,10 +33,16 @@ Watch::Watch(Clock::duration stalled_after, Clock::duration peer_silent_after)
 
 // ---- what happens ------------------------------------------------------------------------------
 
+// A frame's time is taken before the guard is, and events are in the order of their times.
 void Watch::push(EventKind kind, Clock::time_point now) const
 {
-    events.push_back({kind, now});
+    poked = true; // the next change may be due at another time
     woken.notify_all();
+    if (events.size() < events_before_some_go || !comes_without_end(kind)) {
+        told_until = std::max(told_until, now);
+        events.push_back({kind, told_until});
+        told.notify_all();
+    }
 }
 
 void Watch::logged_in()
@@ -57,9 +70,7 @@ void Watch::heartbeat()
     const std::lock_guard<std::mutex> lock(guard);
     const auto now = Clock::now();
     ++heartbeats;
-    if (events.size() < events_before_heartbeats_go) {
-        push(EventKind::heartbeat, now);
-    }
+    push(EventKind::heartbeat, now);
     hear(now);
 }
 
@@ -182,12 +193,12 @@ void Watch::count(Stats& stats) const
     stats.heartbeats = heartbeats;
 }
 
-// ---- the camera's own thread -------------------------------------------------------------------
+// ---- the camera's threads ----------------------------------------------------------------------
 
 void Watch::wait(Clock::time_point until)
 {
     std::unique_lock<std::mutex> lock(guard);
-    woken.wait_until(lock, std::min(until, due()), [this] { return poked || !events.empty(); });
+    woken.wait_until(lock, std::min(until, due()), [this] { return poked || ended; });
     poked = false;
     pass_time(Clock::now());
 }
@@ -196,6 +207,21 @@ std::deque<Event> Watch::take_events()
 {
     const std::lock_guard<std::mutex> lock(guard);
     return std::exchange(events, {});
+}
+
+std::deque<Event> Watch::wait_for_events()
+{
+    std::unique_lock<std::mutex> lock(guard);
+    told.wait(lock, [this] { return ended || !events.empty(); });
+    return ended ? std::deque<Event>() : std::exchange(events, {});
+}
+
+void Watch::end()
+{
+    const std::lock_guard<std::mutex> lock(guard);
+    ended = true;
+    woken.notify_all();
+    told.notify_all();
 }
 
 void Watch::poke()

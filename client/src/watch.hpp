@@ -1,9 +1,10 @@
-// The three facts about one camera, the events that tell of their changes, and what its own thread
-// sleeps on.
+// The three facts about one camera, the events that tell of their changes, and what its two threads
+// sleep on.
 //
 // Any thread tells it what has happened and asks it for facts; the camera's own thread sleeps in
-// wait, lets time pass over the facts and takes the events. One lock guards everything and is never
-// held across a call of anybody else's. Facts are looked at as of the moment they are asked for.
+// wait and lets time pass over the facts; its event thread takes the events. One lock guards
+// everything and is never held across a call of anybody else's. Facts are looked at as of the
+// moment they are asked for.
 #pragma once
 
 #include <condition_variable>
@@ -40,13 +41,16 @@ public:
     Media media() const;
     void count(Stats& stats) const;
 
-    // ---- for the camera's own thread ----
+    // ---- for the camera's threads ----
 
     // Sleeps until `until`, until something has happened, or until time changes a fact. Time has
     // passed over the facts when it returns.
     void wait(Clock::time_point until);
-    std::deque<Event> take_events();
     void poke(); // ends a wait
+    // Sleeps until there are events. None when the end has come.
+    std::deque<Event> wait_for_events();
+    std::deque<Event> take_events(); // those that are there
+    void end();                      // of all waits
 
 private:
     void hear(Clock::time_point now);
@@ -59,12 +63,15 @@ private:
     mutable std::mutex guard;
     // Readers let time pass too, hence mutable.
     mutable std::condition_variable woken;
+    mutable std::condition_variable told;
     mutable bool poked = false;
     mutable std::deque<Event> events;
+    mutable Clock::time_point told_until; // the time of the last event
     mutable MediaWatch media_watch;
     mutable bool peer_alive = false;   // as told
     mutable bool silence_told = false; // since the last answer
 
+    bool ended = false;
     Link link_fact;
     Clock::time_point login_time;
     std::optional<Clock::time_point> last_answer;

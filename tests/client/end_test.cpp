@@ -150,6 +150,100 @@ TEST_F(End, IsTheEndOfAllHandlers)
     }
 }
 
+// They may be running when the destructor begins, and they cannot know.
+TEST_F(End, LetsHandlersAskTheCameraUntilTheyAreOver)
+{
+    const Streamer pictures(*device, video(h264_key), milliseconds(1));
+    for (int round = 0; round < 5; round++) {
+        std::atomic<Camera*> its{nullptr};
+        std::atomic<int> asked_by_frames{0};
+        std::atomic<int> asked_by_events{0};
+        const auto ask = [&](std::atomic<int>& count) {
+            if (Camera* const self = its) {
+                (void)self->ask_for_key_frame(milliseconds(20));
+                (void)self->next_frame(milliseconds(1));
+                count += self->stats().frames > 0 ? 1 : 0;
+            }
+        };
+        zu::CameraOptions options;
+        options.on_frame = [&](const zu::FrameView&) { ask(asked_by_frames); };
+        options.on_event = [&](const zu::Event&) { ask(asked_by_events); };
+        its = &log_in(std::move(options));
+        EXPECT_EQ(its.load()->start_stream({}, long_enough), std::error_code());
+        EXPECT_TRUE(eventually([&] { return asked_by_frames > 3 && asked_by_events > 0; }));
+        camera.reset();
+    }
+}
+
+// Each of these would otherwise wait for itself, for ever, or leave the library's threads by an
+// exception.
+class Mistake : public End
+{
+protected:
+    void SetUp() override
+    {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+    }
+    // Until the process has ended.
+    void send_for_ever() const
+    {
+        const Streamer pictures(*device, video(h264_key), milliseconds(5));
+        eventually([] { return false; });
+    }
+};
+
+TEST_F(Mistake, ToDestroyACameraInItsEventHandlerEndsTheProcess)
+{
+    EXPECT_DEATH(
+        {
+            zu::CameraOptions options;
+            options.on_event = [this](const zu::Event&) { camera.reset(); };
+            (void)log_in(std::move(options)).standard(1, 1); // answered: the peer is alive
+            eventually([] { return false; });
+        },
+        "destroyed from inside a handler");
+}
+
+TEST_F(Mistake, ToDestroyACameraInItsFrameHandlerEndsTheProcess)
+{
+    EXPECT_DEATH(
+        {
+            zu::CameraOptions options;
+            options.on_frame = [this](const zu::FrameView&) { camera.reset(); };
+            log_in(std::move(options));
+            send_for_ever();
+        },
+        "destroyed from inside a handler");
+}
+
+TEST_F(Mistake, ToThrowInAHandlerEndsTheProcess)
+{
+    EXPECT_DEATH(
+        {
+            zu::CameraOptions options;
+            options.on_frame = [](const zu::FrameView&) { throw std::runtime_error("of frames"); };
+            log_in(std::move(options));
+            send_for_ever();
+        },
+        "of frames");
+    EXPECT_DEATH(
+        {
+            zu::CameraOptions options;
+            options.on_event = [](const zu::Event&) { throw std::runtime_error("of events"); };
+            (void)log_in(std::move(options)).standard(1, 1);
+            eventually([] { return false; });
+        },
+        "of events");
+    EXPECT_DEATH(
+        {
+            library.reset();
+            library = std::make_unique<zu::Library>(zu::LibraryOptions{
+                [](const zu::LogLine&) { throw std::runtime_error("of lines"); }, true});
+            log_in();
+        },
+        "of lines");
+}
+
 TEST_F(End, OfAMovedCameraIsThatOfTheOtherObject)
 {
     Camera first(address_of(device->port()));
@@ -184,6 +278,9 @@ TEST_F(End, ComesToACameraThatAnotherIsAssignedTo)
     first = std::move(second);
     EXPECT_TRUE(eventually([this] { return device->links_open() == 1; }));
     EXPECT_EQ(first.standard(1, 1), std::error_code());
+    Camera& same = first;
+    first = std::move(same);
+    EXPECT_EQ(first.standard(1, 1), std::error_code()) << "an assignment to itself is none";
 }
 
 TEST_F(End, LeavesRoomForTheNextLoginAtOnce)

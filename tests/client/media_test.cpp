@@ -121,4 +121,34 @@ TEST_F(MediaFact, StaysOffAfterAReconnection)
     EXPECT_EQ(state(), MediaState::off);
 }
 
+// The layer's own stop is still unanswered when the program starts the stream again. Its answer,
+// which comes last, must not end what the program has begun since.
+TEST_F(MediaFact, BelongsToTheLatestStart)
+{
+    start(milliseconds(3000));
+    EXPECT_EQ(camera->stop_stream(), std::error_code());
+    std::mutex guard;
+    std::optional<message> late;
+    device->behave(answering([&](peer& end, const message& m) {
+        const std::lock_guard<std::mutex> lock(guard);
+        if (m.type == stop_message) {
+            late = m;
+            return;
+        }
+        answers_with(0)(end, m);
+        if (m.type == start_message) {
+            end.send(video(h264_key));
+            if (late) {
+                answers_with(0)(end, *late);
+            }
+        }
+    }));
+    device->drop_links();
+    EXPECT_TRUE(eventually([this] { return asked(stop_message) == 2; })) << "the layer's";
+    EXPECT_EQ(camera->start_stream({}, long_enough), std::error_code());
+    EXPECT_TRUE(all_along([this] { return state() != MediaState::off; }, milliseconds(500)));
+    camera.reset(); // before what its device uses
+    device.reset();
+}
+
 } // namespace

@@ -1,6 +1,8 @@
 // Movements and their dead man's timer.
 #include "client_kit.h"
 
+#include "seam.h"
+
 namespace
 {
 
@@ -28,11 +30,32 @@ protected:
         }
         return out;
     }
+    // A request that the device never answers; it takes the only place of callers.
+    void hang(zu::Camera& its)
+    {
+        device->behave(answering([](peer& end, const message& m) {
+            if (m.type != preset_message) {
+                answers_with(0)(end, m);
+            }
+        }));
+        hanging = std::thread(
+            [&its] { EXPECT_TRUE(its.preset(1, 1, long_enough)) << "no answer, or the end"; });
+        EXPECT_TRUE(eventually([this] { return asked(preset_message) == 1; }));
+    }
     int halts() const
     {
         const auto all = commands();
         return static_cast<int>(std::count(all.begin(), all.end(), halt));
     }
+    void TearDown() override
+    {
+        if (hanging.joinable()) {
+            hanging.join();
+        }
+        ClientTest::TearDown();
+    }
+
+    std::thread hanging;
 };
 
 using testing::ElementsAre;
@@ -56,6 +79,38 @@ TEST_F(Movement, IsStoppedOnceWhenTheProgramDoes)
     EXPECT_EQ(its.stop_moving(), std::error_code());
     EXPECT_TRUE(all_along([this] { return halts() == 1; }, milliseconds(1000)));
     EXPECT_EQ(events.count(EventKind::movement_stopped), 0) << "not by the timer";
+}
+
+// The library gives no request up while its clock stands still.
+TEST_F(Movement, StopsThoughAllOtherRequestsHang)
+{
+    zu::CameraOptions options;
+    options.requests_at_once = 1;
+    zu::Camera& its = log_in_to_mover(std::move(options));
+    stopped_clock still;
+    EXPECT_EQ(its.move(left, 5, milliseconds(300)), std::error_code());
+    hang(its);
+    EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
+    still.advance(10);
+    hanging.join();
+}
+
+// The program hangs, and this is what the timer is for.
+TEST_F(Movement, StopsThoughAnEventHandlerHangs)
+{
+    std::atomic<bool> inside{false};
+    std::atomic<bool> go_on{false};
+    zu::CameraOptions options;
+    options.on_event = [&](const zu::Event&) {
+        inside = true;
+        eventually([&] { return go_on.load(); });
+    };
+    zu::Camera& its = log_in_to_mover(std::move(options));
+    EXPECT_TRUE(eventually([&] { return inside.load(); }));
+    EXPECT_EQ(its.move(left, 5, milliseconds(100)), std::error_code());
+    EXPECT_TRUE(eventually([this] { return halts() == 1; }));
+    go_on = true;
+    camera.reset(); // before what its handler uses
 }
 
 TEST_F(Movement, TakesTheTimerOver)
@@ -139,6 +194,21 @@ TEST_F(Movement, EndsWithTheCamera)
     EXPECT_EQ(its.move(left, 5, std::chrono::hours(1)), std::error_code());
     camera.reset();
     EXPECT_TRUE(eventually([this] { return halts() == 1; }));
+}
+
+TEST_F(Movement, EndsWithACameraWhoseOtherRequestsHang)
+{
+    zu::CameraOptions options;
+    options.requests_at_once = 1;
+    options.deadline = milliseconds(200);
+    zu::Camera& its = log_in_to_mover(std::move(options));
+    stopped_clock still;
+    EXPECT_EQ(its.move(left, 5, std::chrono::hours(1), long_enough), std::error_code());
+    hang(its);
+    std::thread end([this] { camera.reset(); });
+    EXPECT_TRUE(eventually([this] { return halts() == 1; })) << "at once";
+    still.advance(10);
+    end.join();
 }
 
 TEST_F(Movement, EndsWithACameraWhoseReceiverWaitsForRoom)

@@ -24,14 +24,18 @@ protected:
             return std::error_code();
         };
     }
-    // Takes the only thread until it is let go.
+    // Takes the only place of callers until it is let go.
     void block()
     {
-        EXPECT_TRUE(desk.post([this] {
-            inside = true;
-            eventually([this] { return open.load(); });
-            return std::error_code();
-        }));
+        blocking = std::thread([this] {
+            desk.run(
+                [this] {
+                    inside = true;
+                    eventually([this] { return open.load(); });
+                    return std::error_code();
+                },
+                soon());
+        });
         EXPECT_TRUE(eventually([this] { return inside.load(); }));
     }
     zu::Stats stats() const
@@ -40,18 +44,26 @@ protected:
         desk.count(out);
         return out;
     }
+    bool is_idle() const
+    {
+        const zu::Stats all = stats();
+        return all.requests == all.requests_done + all.requests_refused + all.requests_failed;
+    }
     void TearDown() override
     {
         open = true;
+        if (blocking.joinable()) {
+            blocking.join();
+        }
         desk.close();
-        EXPECT_EQ(stats().requests,
-                  stats().requests_done + stats().requests_refused + stats().requests_failed);
+        EXPECT_TRUE(is_idle());
     }
 
     std::mutex guard;
     std::vector<int> made;
     std::atomic<bool> inside{false};
     std::atomic<bool> open{false};
+    std::thread blocking;
     RequestDesk desk{1};
 };
 
@@ -68,15 +80,27 @@ TEST_F(Desk, TellsWhatACallCameTo)
     EXPECT_EQ(stats().requests_failed, 1U);
 }
 
-TEST_F(Desk, ServesWhatTheLayerWantsFirst)
+TEST_F(Desk, LetsWhatTheLayerWantsPassThoseWhoWait)
 {
     block();
     std::thread caller([this] { EXPECT_EQ(desk.run(note(1), soon()), std::error_code()); });
     EXPECT_TRUE(eventually([this] { return stats().requests == 2; }));
     EXPECT_TRUE(desk.post(note(2)));
+    EXPECT_TRUE(eventually([this] { return stats().requests_done == 1; })) << "at once";
     open = true;
     caller.join();
     EXPECT_THAT(made, ElementsAre(2, 1));
+}
+
+TEST_F(Desk, ServesNoMoreCallersForIt)
+{
+    EXPECT_TRUE(desk.post(note(1)));
+    EXPECT_TRUE(eventually([this] { return stats().requests_done == 1; }));
+    block();
+    EXPECT_TRUE(desk.post(note(2))); // there is a second thread from here on
+    EXPECT_TRUE(eventually([this] { return stats().requests_done == 2; }));
+    EXPECT_EQ(desk.run(note(3), zu::Clock::now() + milliseconds(50)), Errc::busy);
+    EXPECT_THAT(made, ElementsAre(1, 2));
 }
 
 TEST_F(Desk, DoesNotBeginWhatIsTooLate)
@@ -87,6 +111,16 @@ TEST_F(Desk, DoesNotBeginWhatIsTooLate)
     open = true;
     EXPECT_EQ(desk.run(note(3), soon()), std::error_code());
     EXPECT_THAT(made, ElementsAre(3));
+}
+
+// Who is late with nobody in front is not told that others were.
+TEST_F(Desk, IsNeverBusyWithOneCaller)
+{
+    for (int i = 0; i < 300; i++) {
+        const auto deadline = zu::Clock::now() + std::chrono::microseconds(i);
+        EXPECT_NE(desk.run(note(i), deadline), Errc::busy);
+        EXPECT_TRUE(eventually([this] { return is_idle(); }));
+    }
 }
 
 TEST_F(Desk, DoesNotCountWhatWasNotMadeInTheEnd)
@@ -104,32 +138,25 @@ TEST_F(Desk, SendsCallersAwayAtTheEnd)
     caller.join();
     EXPECT_EQ(desk.run(note(2), soon()), Errc::closed);
     EXPECT_FALSE(desk.post(note(3)));
-    open = true;
-    desk.wait_until_idle(soon());
     EXPECT_EQ(desk.run_last(note(4), soon()), std::error_code());
+    open = true;
     desk.close();
     EXPECT_EQ(desk.run_last(note(5), soon()), Errc::closed);
     EXPECT_THAT(made, ElementsAre(4));
 }
 
-TEST_F(Desk, DropsWhatNobodyWaitsForWhenItCloses)
+// The call begins all the same: it is what stops a movement.
+TEST_F(Desk, BeginsTheLastRequestHoweverLateItIs)
 {
-    block();
-    EXPECT_TRUE(desk.post(note(1)));
-    std::thread closer([this] { desk.close(); });
-    EXPECT_TRUE(eventually([this] { return stats().requests_failed == 1; }));
+    const auto slow = [this, call = note(1)] {
+        eventually([this] { return open.load(); });
+        return call();
+    };
+    desk.refuse();
+    EXPECT_EQ(desk.run_last(slow, zu::Clock::now()), Errc::timed_out);
     open = true;
-    closer.join();
-    EXPECT_THAT(made, ElementsAre());
-}
-
-TEST_F(Desk, IsIdleWhenNothingIsUnderWay)
-{
-    desk.wait_until_idle(soon()); // at once
-    block();
-    const auto begin = zu::Clock::now();
-    desk.wait_until_idle(begin + milliseconds(30));
-    EXPECT_GE(zu::Clock::now() - begin, milliseconds(30));
+    desk.close();
+    EXPECT_THAT(made, ElementsAre(1));
 }
 
 // What a call holds goes when it has been made, not when its caller looks at it.

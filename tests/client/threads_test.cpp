@@ -49,18 +49,31 @@ TEST_F(Threads, AreOneForACameraAndSomeForRequests)
 {
     log_in();
     EXPECT_TRUE(eventually([] { return threads_named("zu_camera") == 1; })) << "when it runs";
+    EXPECT_TRUE(eventually([] { return threads_named("zu_events") == 1; }));
     EXPECT_EQ(threads_named("zu_request"), 0) << "made when first needed";
     EXPECT_EQ(camera->standard(1, 1), std::error_code());
     EXPECT_EQ(camera->standard(1, 1), std::error_code());
     EXPECT_EQ(threads_named("zu_request"), 1) << "and no more than needed";
 }
 
+TEST_F(Threads, AreNoneForEventsWithoutAHandler)
+{
+    const zu::Camera its(address_of(device->port()));
+    EXPECT_TRUE(eventually([] { return threads_named("zu_camera") == 1; }));
+    EXPECT_EQ(threads_named("zu_events"), 0);
+}
+
 TEST_F(Threads, ThatCannotBeMadeFailTheLogin)
 {
-    first_to_fail = 2; // the first one is made by Login
-    const auto made = zu::Camera::log_in(address_of(device->port()));
-    EXPECT_EQ(made.error(), std::errc::resource_unavailable_try_again);
-    EXPECT_TRUE(eventually([this] { return device->links_open() == 0; })) << "logged out";
+    zu::CameraOptions options;
+    options.on_event = [](const zu::Event&) {};
+    for (const int first : {2, 3}) { // the first one is made by Login
+        first_to_fail = first;
+        const auto made = zu::Camera::log_in(address_of(device->port()), options);
+        first_to_fail = 0;
+        EXPECT_EQ(made.error(), std::errc::resource_unavailable_try_again) << first;
+        EXPECT_TRUE(eventually([this] { return device->links_open() == 0; })) << "logged out";
+    }
 }
 
 TEST_F(Threads, ThatCannotBeMadeLeaveARequestWithoutAnybody)
@@ -112,7 +125,7 @@ TEST_F(Threads, TakeNoSignals)
 {
     log_in();
     EXPECT_EQ(camera->standard(1, 1), std::error_code());
-    for (const char* const name : {"zu_camera", "zu_request", "sdk_devmanager_main",
+    for (const char* const name : {"zu_camera", "zu_events", "zu_request", "sdk_devmanager_main",
                                    "sdk_msgrecver_main", "sdk_msgsender_main"}) {
         EXPECT_TRUE(eventually([=] { return threads_named(name) == 1; }));
         const auto masks = blocked_by(name);

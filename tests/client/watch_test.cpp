@@ -33,10 +33,11 @@ TEST_F(Book, TellsALinkOnlyWhenItChanges)
     EXPECT_EQ(watch.take_events().size(), 2U);
 }
 
-TEST_F(Book, ForgetsHeartbeatsThatNobodyTakes)
+TEST_F(Book, ForgetsWhatComesWithoutEndWhenNobodyTakesIt)
 {
     for (int i = 0; i < 3000; i++) {
         watch.heartbeat();
+        watch.tell(EventKind::key_frame_asked_for);
     }
     watch.link_is(true);
     EXPECT_TRUE(watch.link_is(false));
@@ -60,12 +61,43 @@ TEST_F(Book, TellsDropsOnceASecond)
     EXPECT_GE(zu::Clock::now() - begin, seconds(1));
 }
 
-TEST_F(Book, WakesItsThreadForAnEvent)
+TEST_F(Book, WakesItsThreadsForAnEvent)
 {
-    std::thread thread([this] { watch.wait(zu::Clock::now() + long_enough); });
+    std::thread own([this] { watch.wait(zu::Clock::now() + long_enough); });
+    std::thread events([this] {
+        const auto taken = watch.wait_for_events();
+        ASSERT_EQ(taken.size(), 1U);
+        EXPECT_EQ(taken[0].kind, EventKind::movement_stopped);
+    });
     watch.tell(EventKind::movement_stopped);
-    thread.join();
-    EXPECT_EQ(told(EventKind::movement_stopped), 1);
+    own.join();
+    events.join();
+}
+
+TEST_F(Book, WakesItsThreadsAtTheEnd)
+{
+    std::thread own([this] { watch.wait(zu::Clock::now() + std::chrono::hours(1)); });
+    std::thread events([this] { EXPECT_TRUE(watch.wait_for_events().empty()); });
+    watch.end();
+    own.join();
+    events.join();
+    watch.tell(EventKind::movement_stopped);
+    EXPECT_TRUE(watch.wait_for_events().empty()) << "nothing is told any more";
+}
+
+// A frame's time is taken on its way here, and another thread may have been quicker.
+TEST_F(Book, HasEventsInTheOrderOfTheirTimes)
+{
+    zu::FrameView frame = {};
+    frame.kind = zu::FrameKind::video;
+    frame.arrived = zu::Clock::now() - seconds(1);
+    watch.stream_begins();
+    watch.tell(EventKind::movement_stopped);
+    watch.frame(frame);
+    const auto events = watch.take_events();
+    ASSERT_EQ(events.size(), 2U);
+    EXPECT_EQ(events[1].kind, EventKind::media_flowing);
+    EXPECT_GE(events[1].at, events[0].at);
 }
 
 TEST_F(Book, WakesItsThreadWhenAFactChangesByItself)

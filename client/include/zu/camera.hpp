@@ -21,11 +21,15 @@
 //     from a log handler. A moved-from camera answers everything with Errc::closed, zeros and
 //     nothing; so ends a call that is under way on another thread when the destructor begins.
 //  3. Handlers are given at construction and stay. Frame handlers run on the receiver thread of the
-//     C library, event handlers on the camera's own thread; facts.hpp and frame.hpp say what each
-//     may do. None begins before the constructor is about to return, none begins or runs after the
-//     destructor has returned.
-//  4. Threads: one per camera for events, key frames and timers, and up to `requests_at_once` for
-//     requests, made when first needed; besides the three of the C library.
+//     C library, event handlers on a thread of their own; facts.hpp and frame.hpp say what each may
+//     do. None begins before the constructor is about to return, so an event may come before the
+//     caller has the object in hand. None begins or runs after the destructor has returned; one
+//     that runs until then may ask the camera as ever, and is told Errc::closed. To destroy a
+//     camera from inside a handler of its own, or to throw there, ends the process.
+//  4. Threads: one per camera for key frames and timers, one for the event handler if there is one,
+//     and for requests up to `requests_at_once` and one each for what the layer asks for by itself
+//     (key frame, stop of a movement, stop of a stream), made when first needed; besides the three
+//     of the C library.
 #pragma once
 
 #include <memory>
@@ -99,10 +103,12 @@ public:
     // The same without an exception.
     static Result<Camera> log_in(const CameraAddress& address, CameraOptions options = {});
 
-    // Ends the queue; waits for the event handler; stops a movement that is under way, if that
-    // takes no longer than the deadline; waits for requests that are still under way, some four
-    // seconds at most with a silent device; logs out, which takes what ZU_NET_DEV_Logout takes.
-    // Never from a handler of this camera.
+    // Ends the queue; waits for the event handler; stops a movement that is under way, and waits
+    // for the answer within the deadline of the options; waits for requests that are still under
+    // way, some four seconds at most with a silent device; logs out, which takes what
+    // ZU_NET_DEV_Logout takes: mostly some hundredths of a second, three seconds in the pause
+    // before a reconnection, up to some 23 when a device has come back and then leaves the restart
+    // of its stream unanswered. Never from a handler of this camera.
     ~Camera();
     Camera(Camera&& other) noexcept;
     Camera& operator=(Camera&& other) noexcept;

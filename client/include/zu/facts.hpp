@@ -61,9 +61,10 @@ struct Event {
     Clock::time_point at;
 };
 
-// Called on the camera's own thread, one call at a time, in order. It may make requests; it must
-// not throw and must not destroy the camera. A slow handler delays events and dead man's timers,
-// not frames. A handler that never returns loses heartbeats from the thousandth event on.
+// Called on a thread of its own, one call at a time, in order. It may make requests; it must not
+// throw and must not destroy the camera. A slow handler delays other events and nothing else. From
+// the thousandth event on that waits for it, heartbeats, drops and key frames asked for are not
+// told.
 using EventHandler = std::function<void(const Event&)>;
 
 } // namespace zu

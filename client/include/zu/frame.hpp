@@ -78,8 +78,8 @@ AccessUnit look_at_access_unit(const std::uint8_t* data, std::size_t size,
 
 // Called on the login's receiver thread, one call at a time, with frames in order. Until it returns
 // nothing else from the device is read: no answers, no heartbeats. A request to the same camera
-// from inside it fails with Errc::would_wait_for_self. It must not throw and must not destroy the
-// camera.
+// from inside it fails with Errc::would_wait_for_self. It must not throw, must not destroy the
+// camera, and must not wait for anything that whoever destroys it holds.
 using FrameHandler = std::function<void(const FrameView&)>;
 
 // What a full queue does with the next frame.
@@ -91,7 +91,8 @@ enum class WhenFull {
 };
 
 struct FrameQueueOptions {
-    std::size_t frames = 100; // 1 or more
+    std::size_t frames = 100; // 1 or more; the latest parameter sets and system header that were
+                              // set aside for a decoder come on top
     WhenFull when_full = WhenFull::drop_to_key;
 };
 
