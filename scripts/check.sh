@@ -13,7 +13,7 @@ formatting() {
 }
 
 shell_scripts() {
-    shellcheck -x run .ci/run scripts/*.sh
+    shellcheck -x run .ci/run scripts/*.sh tools/zucam/completion/zucam.bash
 }
 
 # The files among ours that the build compiles; others have no compile command to go by.
@@ -26,18 +26,19 @@ compiled_sources() {
 }
 
 linted_by_clang_tidy() {
-    compiled_sources source client virtual_camera examples >build/tidy.list
+    compiled_sources source client virtual_camera tools examples >build/tidy.list
     [ -s build/tidy.list ] || return 1
     xargs -P "$(nproc)" -n 1 clang-tidy -p build/dev --quiet <build/tidy.list
 }
 
 linted_by_cppcheck() {
     local dirs=() dir
-    for dir in source client virtual_camera examples; do
+    for dir in source client virtual_camera tools examples; do
         [ ! -d "$dir" ] || dirs+=("$dir")
     done
     cppcheck --quiet --error-exitcode=1 --inline-suppr --enable=warning,performance,portability \
-        --std=c++17 --std=c11 -I source/inc -I client/include -I virtual_camera/include "${dirs[@]}"
+        --std=c++17 --std=c11 -I source/inc -I client/include -I virtual_camera/include \
+        -I tools/zucam "${dirs[@]}"
 }
 
 # ---- the library as it is shipped --------------------------------------------------------------

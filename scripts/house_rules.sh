@@ -112,7 +112,7 @@ check_heads() {
     done
 }
 
-# The camera is written apart from the library; the C++ layer and the examples see what an
+# The camera is written apart from the library; the C++ layer, the tools and the examples see what an
 # application sees.
 check_borders() {
     local file
@@ -124,6 +124,11 @@ check_borders() {
         forbid 'the C++ layer includes the public headers of the library only' \
             '^#include .*(source/|\.\./|zu_net_dev_msg|sdk_user|"log\.h)' "$file"
     done < <(sources_in client)
+    while IFS= read -r file; do
+        forbid 'a tool includes public headers and those of the C++ layer only' \
+            '^#include .*(source/|client/|virtual_camera/|\.\./|zu_net_dev_msg|sdk_user|"log\.h)' \
+            "$file"
+    done < <(sources_in tools)
     while IFS= read -r file; do
         forbid 'an example includes public headers only' \
             '^#include .*(source/|\.\./|zu_net_dev_msg|sdk_user|log\.h)' "$file"

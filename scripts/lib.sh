@@ -7,6 +7,8 @@
 # The packages of Debian 12 by what they are for; README.md says what each is good for.
 packages_build=(g++ cmake ninja-build pkg-config)
 packages_camera=(libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libcli11-dev)
+packages_tool=(libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libcli11-dev
+    nlohmann-json3-dev libfmt-dev scdoc)
 packages_demo=(ffmpeg)
 packages_test=(libgtest-dev libgmock-dev binutils)
 packages_check=(clang-format clang-tidy cppcheck shellcheck valgrind binutils)
@@ -15,7 +17,7 @@ packages_msan=(clang libclang-rt-14-dev libc++-14-dev libc++abi-14-dev llvm-14)
 packages_coverage=(gcovr)
 
 # The folders whose sources are ours; every one that exists is formatted and checked.
-source_dirs=(source client virtual_camera examples tests fuzz)
+source_dirs=(source client virtual_camera tools examples tests fuzz)
 
 # Most tests wait for a time limit of the protocol rather than compute, so many run side by side.
 test_jobs=24

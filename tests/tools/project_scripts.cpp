@@ -79,7 +79,7 @@ protected:
         for (const char* const part :
              {"README.md", "docs", "cmake", "CMakeLists.txt", "CMakePresets.json", ".clang-tidy",
               ".clang-format", "run", ".ci", "scripts", "source", "client", "virtual_camera",
-              "fuzz", "examples"}) {
+              "tools", "fuzz", "examples"}) {
             fs::create_directories(copy_);
             fs::copy(project / part, copy_ / part, fs::copy_options::recursive);
         }
@@ -149,6 +149,14 @@ TEST_F(HouseRules, SeeTheLayerReachIntoTheLibrary)
     EXPECT_THAT(breaches(), testing::AllOf(HasSubstr("library_core.hpp:"),
                                            HasSubstr("public headers of the library only"),
                                            testing::Not(HasSubstr("client/src/frame.cpp"))));
+}
+
+TEST_F(HouseRules, SeeAToolReachBehindThePublicHeaders)
+{
+    add("tools/zucam/zucam.cpp", "#include \"zu/camera.hpp\"\n");
+    EXPECT_EQ(breaches(), "");
+    add("tools/zucam/zucam.cpp", "#include \"virtual_camera/camera.h\"\n");
+    EXPECT_THAT(breaches(), HasSubstr("a tool includes public headers"));
 }
 
 TEST_F(HouseRules, FailWhenAPathIsNotThere)
