@@ -107,6 +107,11 @@ void program::send_signal(int number) const
     (void)kill(pid_, number);
 }
 
+pid_t program::pid() const
+{
+    return pid_;
+}
+
 void program::read_rest()
 {
     while (read_some(out_, output_)) {

@@ -23,6 +23,7 @@ public:
     // The next line of standard output without its end; empty when there is none.
     std::string next_line();
     void send_signal(int number) const;
+    pid_t pid() const; // until its end
     // Waits for the end. The exit status; 1000 and the signal's number when one ended it.
     int exit_status();
     // What was written in all, after the end.
