@@ -50,7 +50,7 @@ protected:
 
 TEST_F(ZucamRecord, AnMp4PlaysAndHoldsAllThatCame)
 {
-    const ended result = record("x.mp4");
+    const ended result = record("x.mp4", {"--no-audio"});
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(tools::complaints(files_ / "x.mp4"), "");
@@ -83,9 +83,9 @@ TEST_F(ZucamRecord, SoundCanBeLeftOutAndIsToldWhereItHasNoPlace)
 {
     ASSERT_EQ(record("x.mkv", {"--no-audio"}).status, 0);
     EXPECT_EQ(stream_of(tools::probe(files_ / "x.mkv"), "audio"), nullptr);
-    const ended result = record("x.ts", {"-v"});
+    const ended result = record("x.ts");
     ASSERT_EQ(result.status, 0);
-    EXPECT_THAT(result.err, HasSubstr("the sound is left out: this container cannot carry"));
+    EXPECT_EQ(result.err, "zucam: the sound is left out: ts cannot carry G.711; mkv can\n");
 }
 
 TEST_F(ZucamRecord, TransportStreamAndBareVideoDecode)
@@ -212,7 +212,8 @@ protected:
 
 TEST_P(ZucamRecordEnd, AnInterruptionFinishesTheFile)
 {
-    tools::program recording(ZUCAM_TOOL, {"record", address_of(camera_), file_, "--json"});
+    tools::program recording(ZUCAM_TOOL,
+                             {"record", address_of(camera_), file_, "--no-audio", "--json"});
     ASSERT_TRUE(eventually([&] { return tools::size_of(file_) > 50000; }));
     recording.send_signal(SIGINT);
     EXPECT_EQ(recording.exit_status(), 130);
@@ -237,7 +238,7 @@ TEST_P(ZucamRecordEnd, WhatAKilledRecordingLeftPlays)
 TEST_P(ZucamRecordEnd, AFullDiskIsToldAndWhatWasKeptPlays)
 {
     const ended result = tools::shell("ulimit -f 600; exec \"$ZUCAM\" record " +
-                                      address_of(camera_) + " '" + file_ + "'");
+                                      address_of(camera_) + " --no-audio '" + file_ + "'");
     EXPECT_EQ(result.status, 8);
     EXPECT_EQ(result.err, "zucam: cannot write " + file_ + ": File too large\n");
     EXPECT_GT(tools::frames_in(file_), 10U);
@@ -258,8 +259,8 @@ TEST_F(ZucamRecord, AReaderThatHasHadEnoughEndsItQuietly)
 {
     for (const char* const format : {"mkv", "ts", "h264", "mp4"}) {
         const ended result =
-            tools::shell("{ \"$ZUCAM\" record " + address_of(camera_) + " - --format " + format +
-                         "; echo status $? >&2; } | head -c 1000 | wc -c");
+            tools::shell("{ \"$ZUCAM\" record " + address_of(camera_) + " - --no-audio --format " +
+                         format + "; echo status $? >&2; } | head -c 1000 | wc -c");
         EXPECT_EQ(result.out, "1000\n") << format;
         EXPECT_EQ(result.err, "status 0\n") << format;
     }

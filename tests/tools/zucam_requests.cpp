@@ -124,7 +124,9 @@ TEST(ZucamPreset, PositionsAreStoredListedVisitedAndCleared)
     EXPECT_EQ(object_in(tools::zucam({"preset", "list", at, "--json"}))["num"], 4);
     EXPECT_EQ(tools::zucam({"preset", "go", at, "4"}).status, 0);
     EXPECT_EQ(tools::zucam({"preset", "clear", at, "4"}).status, 0);
-    EXPECT_EQ(tools::zucam({"preset", "list", at}).out, "");
+    const ended none = tools::zucam({"preset", "list", at});
+    EXPECT_EQ(none.out, "");
+    EXPECT_EQ(none.err, "zucam: no presets are stored\n");
     EXPECT_THAT(payloads(camera, 0x1041),
                 testing::ElementsAre("0100000004000000", "0200000004000000", "0300000004000000"));
 }
@@ -202,12 +204,13 @@ TEST(ZucamInfo, ItTellsWhatTheCameraSendsAndHowItIsSet)
     EXPECT_EQ(told["camera"]["port"], camera.port());
     EXPECT_EQ(told["video"]["codec"], "h264");
     EXPECT_EQ(told["video"]["width"], 320);
+    EXPECT_EQ(told["settings"]["video"]["bitrate"], 2048);
     EXPECT_EQ(told["description"]["audio_format"], 2);
-    EXPECT_EQ(told["idr-qp"]["qp"], 26);
-    EXPECT_EQ(told["presets"], json::array());
+    EXPECT_EQ(told["settings"]["idr-qp"]["qp"], 26);
+    EXPECT_EQ(told["settings"]["presets"], json::array());
     EXPECT_GT(told["round_trip_ms"].get<double>(), 0.0);
     const ended text = tools::zucam({"info", address_of(camera), "--stream", "1"});
-    EXPECT_THAT(text.out, HasSubstr("video:         h264 160 x 90"));
+    EXPECT_THAT(text.out, HasSubstr("sends:         h264 160 x 90"));
 }
 
 TEST(ZucamInfo, EverythingIsAskedEvenWhenSomethingFails)
@@ -219,7 +222,7 @@ TEST(ZucamInfo, EverythingIsAskedEvenWhenSomethingFails)
     EXPECT_EQ(result.status, 6) << "the first failure decides";
     const json told = object_in(result);
     EXPECT_THAT(told["video"]["error"].get<std::string>(), HasSubstr("no key frame"));
-    EXPECT_THAT(told["audio"]["error"].get<std::string>(), HasSubstr("did not answer"));
+    EXPECT_THAT(told["settings"]["audio"]["error"].get<std::string>(), HasSubstr("did not answer"));
 }
 
 TEST(ZucamBench, ItMeasuresFramesAndRequests)
@@ -267,8 +270,11 @@ TEST(ZucamFailures, StandardOutputThatIsFullOrClosed)
     const ended full = tools::shell(command + " > /dev/full");
     EXPECT_EQ(full.status, 8);
     EXPECT_THAT(full.err, HasSubstr("cannot write to standard output: No space left"));
-    const ended closed = tools::shell("{ " + command + "; echo status $? >&2; } | :");
-    EXPECT_EQ(closed.err, "status 0\n");
+    const ended gone = tools::shell("{ " + command + "; echo status $? >&2; } | :");
+    EXPECT_EQ(gone.err, "status 0\n");
+    const ended closed = tools::shell(command + " >&-");
+    EXPECT_EQ(closed.status, 8);
+    EXPECT_THAT(closed.err, HasSubstr("cannot write to standard output: Bad file descriptor"));
 }
 
 } // namespace

@@ -167,10 +167,12 @@ std::size_t size_of(const std::string& file)
     return missing ? 0 : size;
 }
 
-terminal::terminal(const std::string& path, const std::vector<std::string>& arguments)
+terminal::terminal(const std::string& path, const std::vector<std::string>& arguments,
+                   unsigned short columns)
 {
     clean_environment();
-    winsize size = {30, 100, 0, 0};
+    (void)setenv("TERM", "xterm", 1);
+    winsize size = {30, columns, 0, 0};
     std::vector<char*> argv = {const_cast<char*>(path.c_str())};
     for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));

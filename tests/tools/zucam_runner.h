@@ -55,11 +55,12 @@ std::string complaints(const std::string& file);
 std::size_t frames_in(const std::string& file);
 std::size_t size_of(const std::string& file); // 0 when it is not there
 
-// A program at a terminal of its own, 100 columns wide.
+// A program at a terminal of its own.
 class terminal
 {
 public:
-    terminal(const std::string& path, const std::vector<std::string>& arguments);
+    terminal(const std::string& path, const std::vector<std::string>& arguments,
+             unsigned short columns = 100);
     ~terminal(); // kills what still runs
     terminal(const terminal&) = delete;
     terminal& operator=(const terminal&) = delete;

@@ -43,12 +43,45 @@ TEST(ZucamSecrets, RefusalsAndFailuresDoNotTellItEither)
         {"info", "--password", secret, "127.0.0.1:1", secret},
         {"info", "--password=" + secret, "127.0.0.1", "--timeout", secret},
         {"record", "--password", secret, "127.0.0.1:1", secret + ".mp4"},
+        {"info", "--pasword", secret, "127.0.0.1"},
+        {"info", "127.0.0.1", "--pasword=" + secret},
+        {"--password", secret, secret},
         {"info", "--password", secret + "-too-long", "127.0.0.1"}};
     for (const auto& arguments : table) {
         const ended result = tools::zucam(arguments);
         EXPECT_NE(result.status, 0);
         EXPECT_EQ((result.out + result.err).find(secret), std::string::npos) << result.err;
     }
+}
+
+TEST(ZucamSecrets, NamesThatTheUserGaveDoNotTellItOnStandardOutput)
+{
+    const zucam::camera camera(tools::small_pictures());
+    const tools::scratch files;
+    const std::string list =
+        files.write("cameras", "[" + secret + "]\naddress = " + address_of(camera) +
+                                   "\npassword = " + secret + "\n");
+    const std::vector<std::vector<std::string>> table = {
+        {"watch", secret, "--count", "10", "--cameras", list},
+        {"info", secret, "--cameras", list},
+        {"record", secret, files / (secret + ".mkv"), "--count", "5", "--cameras", list},
+        {"record", secret, files / (secret + ".ts"), "--count", "5", "--cameras", list, "--json"},
+        {"snapshot", secret, files / (secret + ".jpg"), "--cameras", list}};
+    for (const auto& arguments : table) {
+        const ended result = tools::zucam(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_THAT(result.out, HasSubstr("***"));
+        EXPECT_EQ((result.out + result.err).find(secret), std::string::npos) << result.out;
+    }
+    EXPECT_GT(tools::size_of(files / (secret + ".mkv")), 0U) << "the file's own name stays";
+}
+
+TEST(ZucamSecrets, TheOneOfTheEnvironmentIsBlankedBeforeItIsUsed)
+{
+    const ended result = tools::shell("ZUCAM_PASSWORD=" + secret + " \"$ZUCAM\" record 127.0.0.1 " +
+                                      secret + ".avi");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("'***.avi'"));
 }
 
 TEST(ZucamSecrets, AShortOneIsBlankedAsAWordOnly)
@@ -106,7 +139,7 @@ TEST(ZucamSecrets, NobodyIsAskedWithoutATerminal)
 {
     const zucam::camera camera(tools::no_pictures());
     const ended result =
-        tools::shell("exec \"$ZUCAM\" preset list " + address_of(camera) + " < /dev/null");
+        tools::shell("exec \"$ZUCAM\" config get " + address_of(camera) + " video < /dev/null");
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
 }

@@ -124,4 +124,13 @@ TEST(ZucamSim, ItIsFoundInPathToo)
     EXPECT_EQ(result.out, "found --size 64x64 --cameras 2 --port 9000\n") << result.err;
 }
 
+TEST(ZucamSim, AMissingVirtualCameraIsTold)
+{
+    const scratch files;
+    const ended result = tools::shell("cp \"$ZUCAM\" '" + (files / "zucam") + "' && PATH= exec '" +
+                                      (files / "zucam") + "' sim");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("zucam: zucam-sim cannot be started: "));
+}
+
 } // namespace

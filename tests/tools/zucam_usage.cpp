@@ -103,6 +103,14 @@ TEST(ZucamUsage, BashCompletesCommandsOptionsAndCameras)
     EXPECT_EQ(completed("zucam config get door vi"), std::set<std::string>{"video"});
     EXPECT_EQ(completed("zucam ptz move --speed 5 door le"),
               (std::set<std::string>{"left", "left-up", "left-down"}));
+    EXPECT_EQ(completed("zucam record door \"\""), std::set<std::string>()) << "files, by bash";
+}
+
+TEST(ZucamUsage, BashCompletesBehindWhatItHasCutAtColonsAndEqualsSigns)
+{
+    EXPECT_EQ(completed("zucam config get 127.0.0.1 : 9000 vi"), std::set<std::string>{"video"});
+    EXPECT_EQ(completed("zucam --user = me ptz zoom 127.0.0.1 o"), std::set<std::string>{"out"});
+    EXPECT_EQ(completed("zucam info --stream = \"\""), (std::set<std::string>{"0", "1", "2", "3"}));
 }
 
 struct refusal {
@@ -114,10 +122,11 @@ TEST(ZucamUsage, WrongArgumentsAreRefusedInOneLineThatSaysWhatIsRight)
 {
     const std::vector<refusal> table = {
         {{}, "say what to do: info, watch, record"},
-        {{"inof", "127.0.0.1"}, "'inof' is no command; say info"},
+        {{"inof", "127.0.0.1"}, "'inof' is no command of zucam; say info, watch"},
+        {{"--colour"}, "'--colour' is no option of zucam; see zucam --help"},
         {{"info"}, "CAMERA is required; see zucam info --help"},
-        {{"info", "127.0.0.1", "surplus"}, "surplus"},
-        {{"info", "127.0.0.1", "--colour"}, "--colour"},
+        {{"info", "127.0.0.1", "surplus"}, "'surplus' is one argument too many; see zucam info"},
+        {{"info", "127.0.0.1", "--colour=red"}, "'--colour' is no option of zucam info; see"},
         {{"info", "127.0.0.1:0"}, "a port from 1 to 65535"},
         {{"info", "127.0.0.1:90x"}, "a port from 1 to 65535"},
         {{"info", "192.0.2.256"}, "'192.0.2.256' is no camera; give an address such as"},
@@ -145,7 +154,9 @@ TEST(ZucamUsage, WrongArgumentsAreRefusedInOneLineThatSaysWhatIsRight)
         {{"snapshot", "127.0.0.1", "x.gif"}, "ends with jpg or png"},
         {{"snapshot", "127.0.0.1", "x.png", "--format", "gif"}, "jpg or png"},
         {{"snapshot", "127.0.0.1", "-", "--json"}, "cannot both go to standard output"},
-        {{"config"}, "zucam config --help"},
+        {{"config"}, "say what to do: get, set; see zucam config --help"},
+        {{"ptz", "sideways", "127.0.0.1"}, "'sideways' is no command of zucam ptz; say move, zoom"},
+        {{"ptz", "move", "127.0.0.1"}, "DIRECTION is required; see zucam ptz move --help"},
         {{"config", "get", "127.0.0.1", "colour"}, "video, audio, encode-level, idr-qp, presets"},
         {{"config", "set", "127.0.0.1", "video"}, "CHANGE is required"},
         {{"config", "set", "127.0.0.1", "video", "colour=1"}, "channel, protocol, bitrate"},

@@ -7,12 +7,33 @@
 #include "media/av.h"
 #include "shared/exit_codes.h"
 
+#include <cstdlib>
 #include <exception>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace
 {
 
 using tool::exit_code;
+
+// A standard descriptor that the caller has closed would become a socket of ours, and what is
+// printed would go to the camera. Nothing can be written to what takes its place.
+void fill_standard_descriptors()
+{
+    for (int each = STDIN_FILENO; each <= STDERR_FILENO; ++each) {
+        if (fcntl(each, F_GETFD) < 0) {
+            (void)open("/dev/null", O_RDONLY); // the lowest number that is free
+        }
+    }
+}
+
+// Before anything is refused: what is wrong with the arguments may have to do with it.
+void hide_password_of_environment(tool::console& out)
+{
+    const char* const password = std::getenv("ZUCAM_PASSWORD");
+    out.hide(password != nullptr ? password : "");
+}
 
 void add_commands(tool::command_line& line)
 {
@@ -52,6 +73,7 @@ exit_code run_and_tell(std::vector<std::string> arguments, tool::console& out)
         }
         return failed.code();
     } catch (const tool::reader_gone&) {
+        out.end_live();
         return exit_code::done;
     } catch (const std::exception& error) { // no memory, no threads, no descriptors
         out.end_live();
@@ -64,7 +86,9 @@ exit_code run_and_tell(std::vector<std::string> arguments, tool::console& out)
 
 int main(int argc, char** argv)
 {
+    fill_standard_descriptors();
     tool::console out;
+    hide_password_of_environment(out);
     std::vector<std::string> arguments = tool::take_arguments(argc, argv, out.hidden());
     av_log_set_level(AV_LOG_QUIET); // what goes wrong is told by us
     return static_cast<int>(run_and_tell(std::move(arguments), out));

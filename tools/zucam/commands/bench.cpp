@@ -3,6 +3,7 @@
 #include "commands/commands.h"
 #include "shared/connection.h"
 #include "shared/exit_codes.h"
+#include "shared/frame_reader.h"
 #include "shared/records.h"
 
 #include <algorithm>
@@ -170,15 +171,34 @@ private:
 
 // ---- the whole ----
 
+void wait_a_turn(const toolbox& tools)
+{
+    tools.signals.wait(one_turn);
+    if (tools.signals.asked_to_end()) {
+        throw interrupted();
+    }
+}
+
+// The stream begins when it begins; that is not measured.
+void wait_for_video(toolbox& tools, connection& to)
+{
+    const auto latest = zu::Clock::now() + patience_with_video(tools);
+    while (to.camera().stats().video_frames == 0) {
+        if (zu::Clock::now() > latest) {
+            throw failure(exit_code::stalled, "no video came from " + to.place().label);
+        }
+        wait_a_turn(tools);
+    }
+}
+
 flow measure_video(toolbox& tools, connection& to, milliseconds length)
 {
+    wait_for_video(tools, to);
     const auto end = zu::Clock::now() + length;
     const flow_meter meter(to.camera());
+    tools.out.live({"measuring the video alone"});
     while (zu::Clock::now() < end) {
-        tools.signals.wait(one_turn);
-        if (tools.signals.asked_to_end()) {
-            throw interrupted();
-        }
+        wait_a_turn(tools);
     }
     const flow video = meter.so_far();
     if (video.frames <= 0) {
@@ -223,11 +243,13 @@ void bench(toolbox& tools, const bench_options& options)
     connection to(tools, find_camera(tools, options.camera), std::move(handlers));
     const milliseconds half = options.limit.seconds.value_or(usual_length) / 2;
     to.start_stream(options.stream);
+    tools.signals.finish_orderly();
     const flow alone = measure_video(tools, to, half);
     request_run requests(to, options, half);
     const flow_meter meter(to.camera());
-    tools.signals.finish_orderly();
+    tools.out.live({"measuring requests beside the video"});
     requests.run(options.parallel, tools.signals);
+    tools.out.end_live();
     const flow beside = meter.so_far();
     to.check(requests.failed(), "a request");
     if (tools.signals.asked_to_end()) {

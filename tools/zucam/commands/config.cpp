@@ -101,7 +101,7 @@ std::optional<record_bytes> bytes_of(const config_options& options, const config
     if (target.kind != nullptr && all.find('=') != std::string::npos) {
         return std::nullopt;
     }
-    const auto bytes = parse_hex(all);
+    auto bytes = parse_hex(all);
     if (!bytes) {
         throw bad_value(target.name, all,
                         target.kind != nullptr ? "KEY=VALUE, or the record's bytes such as 0100ff"
@@ -131,11 +131,12 @@ void set_config(toolbox& tools, const config_options& options)
 {
     const config_target target = target_of(options.name);
     auto bytes = bytes_of(options, target);
-    if (!bytes) {
+    const bool by_keys = target.kind != nullptr && !bytes;
+    if (by_keys) {
         try_changes(*target.kind, options);
     }
     connection to(tools, find_camera(tools, options.camera));
-    if (!bytes) {
+    if (by_keys) {
         bytes = read_record(to, *target.kind, options.stream.number);
         for (const std::string& each : options.changes) {
             change_record(*target.kind, *bytes, each);
@@ -155,7 +156,7 @@ void add_shared(command& to, const std::shared_ptr<config_options>& options)
 {
     to.positional("CAMERA", options->camera, "HOST[:PORT] or a name of the list");
     to.positional("NAME", options->name, record_names() + ", or a command's number");
-    to.takes(options->stream);
+    to.takes_number_of(options->stream);
     to.flag("--hex", options->hex, "prints the record's bytes");
 }
 

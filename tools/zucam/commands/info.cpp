@@ -25,16 +25,27 @@ class report
 public:
     void add(const std::string& title, const std::string& key, const std::string& text, json value)
     {
-        lines_.push_back(fmt::format("{:<15}{}", title + ":", text));
+        add_line(title, text);
         object_[key] = std::move(value);
+    }
+
+    // A setting may be called like something else that is told.
+    void add_setting(const std::string& name, const std::string& text, json value)
+    {
+        add_line(name, text);
+        object_["settings"][name] = std::move(value);
     }
 
     void add_failure(const std::string& title, const std::string& key, const failure& why)
     {
         add(title, key, why.what(), json{{"error", why.what()}});
-        if (!first_failure_) {
-            first_failure_ = why;
-        }
+        note(why);
+    }
+
+    void add_setting_failure(const std::string& name, const failure& why)
+    {
+        add_setting(name, why.what(), json{{"error", why.what()}});
+        note(why);
     }
 
     void print(console& out) const
@@ -56,6 +67,18 @@ public:
     }
 
 private:
+    void add_line(const std::string& title, const std::string& text)
+    {
+        lines_.push_back(fmt::format("{:<15}{}", title + ":", text));
+    }
+
+    void note(const failure& why)
+    {
+        if (!first_failure_) {
+            first_failure_ = why;
+        }
+    }
+
     std::vector<std::string> lines_;
     json object_ = json::object();
     std::optional<failure> first_failure_;
@@ -84,7 +107,8 @@ std::string in_one_line(const record_kind& kind, const record_bytes& record)
         const json value = record_as_json(kind, record)[field.name];
         text += fmt::format("{}{} {}", text.empty() ? "" : ", ", field.name, value.dump());
     }
-    return kind.fields.empty() ? std::to_string(record_as_json(kind, record).size()) : text;
+    return kind.fields.empty() ? fmt::format("{} stored", record_as_json(kind, record).size())
+                               : text;
 }
 
 void report_setting(report& found, connection& to, const record_kind& kind, std::uint32_t stream)
@@ -92,11 +116,11 @@ void report_setting(report& found, connection& to, const record_kind& kind, std:
     record_bytes record = empty_record(kind, stream);
     const std::error_code error = to.camera().read(kind.command, record.data(), record.size());
     if (error) {
-        found.add_failure(kind.name, kind.name,
-                          to.failure_of(error, fmt::format("the reading of {}", kind.name)));
+        found.add_setting_failure(
+            kind.name, to.failure_of(error, fmt::format("the reading of {}", kind.name)));
         return;
     }
-    found.add(kind.name, kind.name, in_one_line(kind, record), record_as_json(kind, record));
+    found.add_setting(kind.name, in_one_line(kind, record), record_as_json(kind, record));
 }
 
 void report_round_trip(report& found, connection& to)
@@ -135,7 +159,7 @@ void report_key_frame(report& found, const zu::Frame& frame, zu::Clock::time_poi
     if (!format) {
         throw failure(exit_code::protocol, "a key frame whose parameter sets make no sense");
     }
-    found.add("video", "video",
+    found.add("sends", "video",
               fmt::format("{} {} x {}, first picture after {:.0f} ms", name_of(format->codec),
                           format->width, format->height, after),
               json{{"codec", name_of(format->codec)},
@@ -174,7 +198,7 @@ void report_video(report& found, toolbox& tools, connection& to, const stream_ch
         report_description(found, to);
         report_key_frame(found, key_frame, asked);
     } catch (const failure& why) {
-        found.add_failure("video", "video", why);
+        found.add_failure("sends", "video", why);
     }
 }
 

@@ -31,8 +31,12 @@ void list_presets(toolbox& tools, const preset_options& options)
         }
         return;
     }
-    for (const std::string& line : presets_as_lines(record)) {
+    const std::vector<std::string> lines = presets_as_lines(record);
+    for (const std::string& line : lines) {
         tools.out.data(line);
+    }
+    if (lines.empty()) {
+        tools.out.say("no presets are stored");
     }
 }
 

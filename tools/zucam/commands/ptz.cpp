@@ -38,7 +38,7 @@ std::string usual_order(const std::string& direction)
 
 std::string movement_named(const std::string& prefix, const std::string& direction)
 {
-    const std::string name = prefix + usual_order(lower_case(direction));
+    std::string name = prefix + usual_order(lower_case(direction));
     const bool known = device_numbers().knows(name) && name != "ptz-stop" && name != "ptz-speed";
     if (!known) {
         throw bad_value("DIRECTION", direction,

@@ -57,16 +57,18 @@ void check(const toolbox& tools, const record_options& options)
         throw failure(exit_code::usage, "standard output takes one recording only; give --segment "
                                         "with the name of a file");
     }
-    if (!options.segment) {
+    if (options.segment) {
+        check_output_folder(options.out);
+    } else {
         check_output_name(options.out, options.force);
     }
 }
 
-std::string described(const recorded& file)
+std::string described(const recorded& file, const console& out)
 {
     const video_format& video = file.format.video;
     const bool silent = file.format.audio == sound::none;
-    return fmt::format("{}: {:.1f} s, {} frames, {:.1f} MB, {} {}x{}{}", file.file,
+    return fmt::format("{}: {:.1f} s, {} frames, {:.1f} MB, {} {}x{}{}", out.shown(file.file),
                        file.length.count(), file.frames, static_cast<double>(file.bytes) / 1e6,
                        name_of(video.codec), video.width, video.height,
                        silent ? "" : std::string(", ") + name_of(file.format.audio));
@@ -76,16 +78,16 @@ void print_file(toolbox& tools, const recorded& file)
 {
     tools.out.end_live();
     if (file.file == "-") {
-        tools.out.say(described(file));
+        tools.out.say(described(file, tools.out));
         return;
     }
     if (!tools.out.wants_json()) {
-        tools.out.data(described(file));
+        tools.out.data(described(file, tools.out));
         return;
     }
     const video_format& video = file.format.video;
     const bool silent = file.format.audio == sound::none;
-    tools.out.data(json{{"file", file.file},
+    tools.out.data(json{{"file", tools.out.shown(file.file)},
                         {"codec", name_of(video.codec)},
                         {"width", video.width},
                         {"height", video.height},
@@ -101,9 +103,10 @@ void show_progress(toolbox& tools, const recording& kept, const std::string& out
     const recorded& so_far = kept.total();
     const double seconds = so_far.length.count();
     const double mbit = static_cast<double>(so_far.bytes) * 8 / 1e6;
-    tools.out.live(fmt::format("recording {}  {:.1f} s  {} frames  {:.1f} MB  {:.2f} Mbit/s", out,
-                               seconds, so_far.frames, static_cast<double>(so_far.bytes) / 1e6,
-                               seconds > 0 ? mbit / seconds : 0));
+    const std::string figures = fmt::format(
+        "recording {:.1f} s  {} frames  {:.1f} MB  {:.2f} Mbit/s", seconds, so_far.frames,
+        static_cast<double>(so_far.bytes) / 1e6, seconds > 0 ? mbit / seconds : 0);
+    tools.out.live({figures + "  into " + out, figures});
 }
 
 bool is_enough(const recording& kept, const limits& limit)

@@ -38,6 +38,7 @@ bool has_port(const std::vector<std::string>& arguments)
 void execute(const std::string& path, std::vector<std::string>& arguments)
 {
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (std::string& each : arguments) {
         argv.push_back(each.data());
     }
@@ -54,9 +55,8 @@ void sim(toolbox& tools, std::vector<std::string> arguments)
     }
     tools.signals.hand_back();
     const std::string beside = own_folder();
-    for (const std::string& path :
-         {beside + simulator, beside + "../../virtual_camera/" + simulator, simulator}) {
-        execute(path, arguments);
+    for (const std::string& folder : {beside, beside + "../../virtual_camera/", std::string()}) {
+        execute(folder + simulator, arguments);
         if (errno != ENOENT && errno != ENOTDIR && errno != EACCES) {
             break;
         }

@@ -102,12 +102,13 @@ void write_beside(const std::string& name, const byte_string& bytes, const stop_
 void print_result(toolbox& tools, const snapshot_options& options, const picture& shown,
                   zu::Codec codec)
 {
-    const std::string line = fmt::format("{}: {}x{}, {} kB", options.out, shown.width, shown.height,
-                                         (shown.bytes.size() + 999) / 1000);
+    const std::string line =
+        fmt::format("{}: {}x{}, {} kB", tools.out.shown(options.out), shown.width, shown.height,
+                    (shown.bytes.size() + 999) / 1000);
     if (options.out == "-") {
         tools.out.say(line);
     } else if (tools.out.wants_json()) {
-        tools.out.data(json{{"file", options.out},
+        tools.out.data(json{{"file", tools.out.shown(options.out)},
                             {"codec", name_of(codec)},
                             {"width", shown.width},
                             {"height", shown.height},
@@ -131,6 +132,7 @@ void snapshot(toolbox& tools, const snapshot_options& options)
     const picture shown = picture_of(key_frame.bytes, key_frame.codec, format);
     if (is_ordinary(options.out)) {
         check_output_name(options.out, options.force); // somebody may have been quicker
+        tools.signals.finish_orderly();                // so that no part of it is left behind
         write_beside(options.out, shown.bytes, tools.signals);
     } else {
         write_whole(options.out, shown.bytes, tools.signals);

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <fmt/format.h>
+#include <tuple>
 
 namespace tool
 {
@@ -33,6 +34,15 @@ double in_seconds(zu::Clock::duration time)
 }
 
 // ---- what the threads of the layer notice ----
+
+bool is_same(const zu::StreamDescription& one, const zu::StreamDescription& other)
+{
+    const auto all = [](const zu::StreamDescription& each) {
+        return std::tie(each.width, each.height, each.audio_format, each.stream, each.frame_rate,
+                        each.bit_rate);
+    };
+    return all(one) == all(other);
+}
 
 class observer
 {
@@ -83,6 +93,10 @@ private:
             told_.add(frame.arrived, "system header too short", {});
             return;
         }
+        if (described_ && is_same(*described_, *now)) {
+            return; // some devices say it again and again
+        }
+        described_ = now;
         told_.add(frame.arrived, "stream",
                   {{"width", now->width},
                    {"height", now->height},
@@ -93,6 +107,7 @@ private:
 
     timeline& told_;
     video_rates flow_;
+    std::optional<zu::StreamDescription> described_;
     std::atomic<zu::Clock::duration> last_heartbeat_{zu::Clock::duration()};
     zu::Codec codec_ = zu::Codec::unknown;
 };
@@ -116,30 +131,42 @@ const char* state_of(const zu::Camera& camera)
     }
 }
 
+// Five characters, or more when it is a long time.
 std::string age(const std::optional<zu::Clock::duration>& time)
 {
     if (!time) {
         return "never";
     }
     const double seconds = in_seconds(*time);
-    return seconds < 1 ? fmt::format("{:.0f} ms ago", seconds * 1000)
-                       : fmt::format("{:.1f} s ago", seconds);
+    return seconds < 0.9995 ? fmt::format("{:3.0f}ms", seconds * 1000)
+                            : fmt::format("{:4.1f}s", seconds);
 }
 
-std::string key_distance(const rates& flow)
+// The same for terminals of 140, 100, 80 and 60 columns. Numbers keep their places, so that one can
+// see which of them changes.
+std::vector<std::string> live_line(const zu::Camera& camera, const rates& flow,
+                                   const observer& seen)
 {
-    return flow.key_distance_frames == 0
-               ? "?"
-               : fmt::format("{} ({:.1f} s)", flow.key_distance_frames, flow.key_distance.count());
-}
-
-std::string live_line(const zu::Camera& camera, const rates& flow, const observer& seen)
-{
-    return fmt::format("{}  {:.1f} frames/s  {:.2f} Mbit/s  key every {}  frame {}  heartbeat {}  "
-                       "{} reconnections",
-                       state_of(camera), flow.frames, flow.mbit, key_distance(flow),
-                       age(flow.last_frame_age), age(seen.heartbeat_age()),
-                       camera.stats().reconnections);
+    const bool key_known = flow.key_distance_frames > 0;
+    const std::string key = key_known ? std::to_string(flow.key_distance_frames) : "?";
+    const std::string key_time =
+        key_known ? fmt::format("{:.1f}s", flow.key_distance.count()) : "?";
+    const auto shape = [&](const char* format) {
+        return fmt::format(fmt::runtime(format), fmt::arg("state", state_of(camera)),
+                           fmt::arg("frames", flow.frames), fmt::arg("mbit", flow.mbit),
+                           fmt::arg("key", key), fmt::arg("key_time", key_time),
+                           fmt::arg("age", age(flow.last_frame_age)),
+                           fmt::arg("beat", age(seen.heartbeat_age())),
+                           fmt::arg("again", camera.stats().reconnections));
+    };
+    return {shape("{state:<9}  {frames:5.1f} frames/s  {mbit:5.2f} Mbit/s  key frame every {key} "
+                  "({key_time})  last frame {age}  heartbeat {beat}  {again} reconnections"),
+            shape("{state:<9}  {frames:5.1f} frames/s  {mbit:5.2f} Mbit/s  key {key}/{key_time}  "
+                  "frame {age}  heartbeat {beat}  reconnected {again}"),
+            shape("{state:<9} {frames:5.1f} fps {mbit:5.2f} Mbit/s  key {key}  frame {age}  "
+                  "beat {beat}  recon {again}"),
+            shape("{state:<9} {frames:5.1f}fps {mbit:4.1f}Mb/s key {key} age {age} hb {beat} "
+                  "re {again}")};
 }
 
 json seconds_or_null(const std::optional<zu::Clock::duration>& time)
@@ -224,7 +251,7 @@ void watch(toolbox& tools, const watch_options& options)
     handlers.stalled_after = std::max(std::min(deadline_of(tools), usual_stall), milliseconds(200));
     connection to(tools, find_camera(tools, options.camera), std::move(handlers));
     told.add(zu::Clock::now(), "connected",
-             {{"camera", to.place().label}, {"milliseconds", to.connected_in().count()}});
+             {{"camera", to.place().label}, {"login_ms", to.connected_in().count()}});
     to.start_stream(options.stream);
     tools.signals.finish_orderly();
     watch_until_enough(tools, to, options, seen, told);

@@ -1,41 +1,57 @@
 # shellcheck shell=bash
 # Completion of zucam for bash: commands, options and what they take, names of the list of cameras.
 
-_zucam_cameras() {
-    local file=${XDG_CONFIG_HOME:-$HOME/.config}/zucam/cameras i
-    for ((i = 1; i + 1 < ${#COMP_WORDS[@]}; i++)); do
-        [ "${COMP_WORDS[i]}" != --cameras ] || file=${COMP_WORDS[i + 1]}
+# Prints the words of the line up to the one at hand, without "zucam". The shell has cut them at : and
+# =, which addresses and options have in them.
+_zucam_line() {
+    local word line=() glued=
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD}"; do
+        if [ ${#line[@]} -gt 0 ] && [[ -n $glued || $word == [:=] ]]; then
+            line[-1]+=$word
+        else
+            line+=("$word")
+        fi
+        [[ $word == [:=] ]] && glued=1 || glued=
+    done
+    printf '%s\n' "${line[@]}"
+}
+
+_zucam_cameras() { # WORD...
+    local file=${XDG_CONFIG_HOME:-$HOME/.config}/zucam/cameras
+    while [ $# -gt 0 ]; do
+        case $1 in
+        --cameras) file=${2:-} ;;
+        --cameras=*) file=${1#*=} ;;
+        esac
+        shift
     done
     [ ! -r "$file" ] || sed -n 's/^[[:space:]]*\[\([A-Za-z0-9._-]*\)\][[:space:]]*$/\1/p' "$file"
 }
 
-# Prints the words of the line that are neither options nor their values, the one at hand left out.
-_zucam_words() {
-    local i word skip=
-    for ((i = 1; i < COMP_CWORD; i++)); do
-        word=${COMP_WORDS[i]}
+# Prints the words that are neither options nor their values.
+_zucam_operands() { # WORD...
+    local word skip=
+    for word in "$@"; do
         if [ -n "$skip" ]; then
             skip=
         elif [[ $word == --@(user|password|cameras|timeout|stream|stream-type|seconds|count|segment|format|speed|for|command|parallel) ]]; then
             skip=1
-        elif [[ $word != -* ]]; then
+        elif [[ $word != -?* ]]; then
             printf '%s\n' "$word"
         fi
     done
 }
 
-_zucam_options() {
+_zucam_options() { # COMMAND
     printf '%s\n' --user --password --cameras --timeout --json --quiet --verbose --help
     case $1 in
-    info | snapshot | record | watch | keyframe | bench | 'config get' | 'config set')
-        printf '%s\n' --stream --stream-type
-        ;;
+    info | snapshot | record | watch | keyframe | bench) printf '%s\n' --stream --stream-type ;;
+    'config get' | 'config set') printf '%s\n' --stream --hex ;;
     esac
     case $1 in
     watch) printf '%s\n' --seconds --count ;;
     record) printf '%s\n' --seconds --count --segment --format --force --no-audio ;;
     snapshot) printf '%s\n' --format --force ;;
-    'config get' | 'config set') printf '%s\n' --hex ;;
     'ptz move' | 'ptz zoom') printf '%s\n' --speed --for --no-stop --command ;;
     'ptz stop' | 'preset go' | 'preset set' | 'preset clear') printf '%s\n' --command ;;
     keyframe) printf '%s\n' --count ;;
@@ -44,10 +60,11 @@ _zucam_options() {
     esac
 }
 
-# What may stand at this place: PLACE is how many words come before, the command's own not counted.
-_zucam_positionals() { # COMMAND PLACE
+# What may stand behind so many operands, the command's own words not counted. Where it says nothing,
+# names of files are offered.
+_zucam_positionals() { # COMMAND OPERANDS WORD...
     case $1:$2 in
-    *:0) _zucam_cameras ;;
+    *:0) _zucam_cameras "${@:3}" ;;
     'config get:1' | 'config set:1') printf '%s\n' video audio encode-level idr-qp presets ;;
     'ptz move:1')
         printf '%s\n' up down left right left-up right-up left-down right-down
@@ -56,30 +73,38 @@ _zucam_positionals() { # COMMAND PLACE
     esac
 }
 
-_zucam_candidates() {
-    local words command place
-    mapfile -t words < <(_zucam_words)
-    command=${words[0]:-}
-    place=$((${#words[@]} - 1))
+_zucam_candidates() { # CURRENT WORD...
+    local operands command count
+    mapfile -t operands < <(_zucam_operands "${@:2}")
+    command=${operands[0]:-}
+    count=$((${#operands[@]} - 1))
     case $command in
     config | ptz | preset)
-        command+=${words[1]:+ ${words[1]}}
-        place=$((place - 1))
+        command+=${operands[1]:+ ${operands[1]}}
+        count=$((count - 1))
         ;;
     esac
-    case $command in
-    '') printf '%s\n' info watch record snapshot config ptz preset keyframe bench sim ;;
-    config) printf '%s\n' get set ;;
-    ptz) printf '%s\n' move zoom stop ;;
-    preset) printf '%s\n' list go set clear ;;
-    sim) return ;;
-    *) _zucam_positionals "$command" "$place" ;;
+    case $1:$command in
+    *:sim) ;;
+    -*) _zucam_options "$command" ;;
+    *:) printf '%s\n' info watch record snapshot config ptz preset keyframe bench sim ;;
+    *:config) printf '%s\n' get set ;;
+    *:ptz) printf '%s\n' move zoom stop ;;
+    *:preset) printf '%s\n' list go set clear ;;
+    *) _zucam_positionals "$command" "$count" "${@:2}" ;;
     esac
-    _zucam_options "$command"
 }
 
 _zucam() {
-    local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
+    local line current before
+    mapfile -t line < <(_zucam_line)
+    current=${line[-1]}
+    before=
+    [ ${#line[@]} -lt 2 ] || before=${line[-2]}
+    if [[ $current == --*=* ]]; then
+        before=${current%%=*}
+        current=${current#*=}
+    fi
     case $before in
     --cameras) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
     --format) mapfile -t COMPREPLY < <(compgen -W 'mp4 mkv ts h264 h265 jpg png' -- "$current") ;;
@@ -87,7 +112,10 @@ _zucam() {
     --user | --password | --timeout | --seconds | --count | --segment | --speed | --for | --command | --parallel | --stream-type)
         COMPREPLY=()
         ;;
-    *) mapfile -t COMPREPLY < <(compgen -W "$(_zucam_candidates)" -- "$current") ;;
+    *)
+        mapfile -t COMPREPLY < <(compgen -W \
+            "$(_zucam_candidates "$current" "${line[@]:0:${#line[@]}-1}")" -- "$current")
+        ;;
     esac
 }
 

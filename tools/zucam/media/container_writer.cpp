@@ -107,7 +107,7 @@ void container_writer::add_audio(sound kind)
     parameters.sample_rate = sample_rate;
     parameters.bits_per_coded_sample = 8;
     parameters.block_align = 1;
-    parameters.bit_rate = sample_rate * 8;
+    parameters.bit_rate = std::int64_t{sample_rate} * 8;
     av_channel_layout_default(&parameters.ch_layout, 1);
 }
 

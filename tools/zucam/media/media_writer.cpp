@@ -63,13 +63,13 @@ const char* name_of(sound kind)
 const char* file_format::takes_audio(sound kind) const
 {
     if (library.empty()) {
-        return "bare video has no place for it";
+        return "has no place for it; mkv has";
     }
     const AVCodecID id = kind == sound::alaw ? AV_CODEC_ID_PCM_ALAW : AV_CODEC_ID_PCM_MULAW;
     const AVOutputFormat* const container = av_guess_format(library.c_str(), nullptr, nullptr);
     const bool good =
         container != nullptr && avformat_query_codec(container, id, FF_COMPLIANCE_UNOFFICIAL) == 1;
-    return good ? nullptr : "this container cannot carry G.711; mkv can";
+    return good ? nullptr : "cannot carry G.711; mkv can";
 }
 
 const file_format* format_named(const std::string& name)

@@ -40,7 +40,7 @@ struct file_format {
     std::string name;                          // "mp4"
     std::string library;                       // libavformat's name; empty: the bare video
     zu::Codec only = zu::Codec::unknown;       // of bare video
-    const char* takes_audio(sound kind) const; // why it does not, or nullptr
+    const char* takes_audio(sound kind) const; // nullptr, or why not: "cannot carry ..."
 };
 
 const file_format* format_named(const std::string& name);

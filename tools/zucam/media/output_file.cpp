@@ -21,6 +21,7 @@ namespace
 {
 
 const std::string standard_output = "-";
+constexpr std::chrono::milliseconds one_turn{100};
 constexpr int patience_at_end = 1000; // ms that a pipe gets when the end has been asked for
 
 failure cannot_write(const std::string& name, int why)
@@ -38,11 +39,29 @@ std::string folder_of(const std::string& name)
     return slash == 0 ? "/" : name.substr(0, slash);
 }
 
-int open_for_writing(const std::string& name, bool replace)
+// One that nobody reads yet is waited for, but not when the end is asked for.
+int open_pipe(const std::string& name, const stop_signals& signals)
+{
+    for (;;) {
+        const int descriptor = open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        if (descriptor >= 0 || errno != ENXIO) {
+            return descriptor;
+        }
+        if (signals.asked_to_end()) {
+            throw interrupted();
+        }
+        signals.wait(one_turn);
+    }
+}
+
+int open_for_writing(const std::string& name, bool replace, const stop_signals& signals)
 {
     struct stat state = {};
     const bool is_there = stat(name.c_str(), &state) == 0;
     const bool device = is_there && !S_ISREG(state.st_mode);
+    if (is_there && S_ISFIFO(state.st_mode)) {
+        return open_pipe(name, signals);
+    }
     const int how = replace || device ? O_TRUNC : O_EXCL;
     return open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | how, 0666);
 }
@@ -52,7 +71,8 @@ int open_for_writing(const std::string& name, bool replace)
 output_file::output_file(const std::string& name, bool replace, const stop_signals& signals)
     : name_(name), signals_(signals)
 {
-    descriptor_ = name == standard_output ? STDOUT_FILENO : open_for_writing(name, replace);
+    descriptor_ =
+        name == standard_output ? STDOUT_FILENO : open_for_writing(name, replace, signals);
     struct stat state = {};
     if (descriptor_ < 0 || fstat(descriptor_, &state) != 0) {
         throw cannot_write(name, errno);
@@ -139,20 +159,28 @@ void output_file::check() const
     }
 }
 
-void check_output_name(const std::string& name, bool replace)
+void check_output_folder(const std::string& name)
 {
-    struct stat state = {};
-    if (name == standard_output) {
-        return;
-    }
     if (name.empty()) {
         throw failure(exit_code::usage, "OUT: '' is not possible; give a file's name or -");
     }
+    if (access(folder_of(name).c_str(), W_OK | X_OK) != 0) {
+        throw cannot_write(name, errno);
+    }
+}
+
+void check_output_name(const std::string& name, bool replace)
+{
+    struct stat state = {};
+    if (name == standard_output && isatty(STDOUT_FILENO) == 1) {
+        throw failure(exit_code::usage, "OUT: '-' is a terminal, which cannot show it; give a "
+                                        "file's name, or send it to a file or a program");
+    }
+    if (name == standard_output) {
+        return;
+    }
     if (stat(name.c_str(), &state) != 0) {
-        const std::string folder = folder_of(name);
-        if (access(folder.c_str(), W_OK | X_OK) != 0) {
-            throw cannot_write(name, errno);
-        }
+        check_output_folder(name);
         return;
     }
     if (S_ISDIR(state.st_mode)) {
@@ -161,6 +189,9 @@ void check_output_name(const std::string& name, bool replace)
     if (S_ISREG(state.st_mode) && !replace) {
         throw failure(exit_code::usage,
                       name + " exists; give another name, or --force to replace it");
+    }
+    if (access(name.c_str(), W_OK) != 0) {
+        throw cannot_write(name, errno);
     }
 }
 

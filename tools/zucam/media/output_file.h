@@ -46,7 +46,9 @@ private:
 };
 
 // Refuses, before anything is tried, what cannot become an output: an existing file that must not
-// be replaced, a folder, a folder that is not there. Throws failure.
+// be replaced, a folder, a folder that is not there; a terminal. Throws failure.
 void check_output_name(const std::string& name, bool replace);
+// The same for a file with a name like this one.
+void check_output_folder(const std::string& name);
 
 } // namespace tool

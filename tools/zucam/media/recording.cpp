@@ -78,7 +78,7 @@ void recording::describe(const zu::StreamDescription& description)
 {
     offered_ = sound_of(description);
     if (description.audio_format > 2) {
-        console_.detail("the sound is of a kind that is not known here, and is left out");
+        tell_once("the sound is of a kind that is not known here, and is left out");
     }
 }
 
@@ -98,10 +98,16 @@ void recording::take_video(zu::Frame& frame)
     count(frame);
 }
 
+// A key frame that makes no sense begins nothing; in the midst of a file it does not end it either.
 void recording::begin_with(const zu::Frame& key_frame)
 {
-    const media_format next = format_with(key_frame);
-    if (writer_ && still_fits(next) && !is_time_for_next(key_frame)) {
+    const auto video = format_of(key_frame.bytes, key_frame.codec);
+    if (!video && !writer_) {
+        throw failure(exit_code::protocol,
+                      "the camera sent a key frame whose parameter sets make no sense");
+    }
+    const media_format next = {video.value_or(present_.format.video), sound_to_record()};
+    if (writer_ && (!video || (still_fits(next) && !is_time_for_next(key_frame)))) {
         return;
     }
     if (writer_ && options_.out == "-") {
@@ -122,25 +128,24 @@ void recording::begin_with(const zu::Frame& key_frame)
     tell_begin();
 }
 
-void recording::tell_begin() const
+void recording::tell_begin()
 {
     const media_format& format = present_.format;
     console_.detail(fmt::format("recording {} {}x{} into {}", name_of(format.video.codec),
                                 format.video.width, format.video.height, present_.file));
     if (options_.audio && offered_ != sound::none && format.audio == sound::none) {
-        console_.detail(
-            fmt::format("the sound is left out: {}", options_.format->takes_audio(offered_)));
+        tell_once(fmt::format("the sound is left out: {} {}", options_.format->name,
+                              options_.format->takes_audio(offered_)));
     }
 }
 
-media_format recording::format_with(const zu::Frame& key_frame) const
+// Not for each file anew, and not to whoever wants no sound.
+void recording::tell_once(const std::string& about_sound)
 {
-    const auto video = format_of(key_frame.bytes, key_frame.codec);
-    if (!video) {
-        throw failure(exit_code::protocol,
-                      "the camera sent a key frame whose parameter sets make no sense");
+    if (options_.audio && !told_about_sound_) {
+        console_.say(about_sound);
     }
-    return {*video, sound_to_record()};
+    told_about_sound_ = true;
 }
 
 sound recording::sound_to_record() const

@@ -54,10 +54,10 @@ private:
     void take_video(zu::Frame& frame);
     void take_audio(const zu::Frame& frame);
     void begin_with(const zu::Frame& key_frame);
-    void tell_begin() const;
+    void tell_begin();
+    void tell_once(const std::string& about_sound);
     bool is_time_for_next(const zu::Frame& key_frame) const;
     bool still_fits(const media_format& next) const;
-    media_format format_with(const zu::Frame& key_frame) const;
     sound sound_to_record() const;
     std::string next_name() const;
     std::int64_t ticks_since_begin(zu::Clock::time_point time) const;
@@ -71,6 +71,7 @@ private:
 
     key_frame_completer completer_;
     sound offered_ = sound::none;
+    bool told_about_sound_ = false;
     bool has_seen_video_ = false;
     std::optional<output_file> out_;
     std::unique_ptr<media_writer> writer_; // of the present file

@@ -157,6 +157,7 @@ camera_place find_camera(toolbox& tools, const std::string& text)
     }
     place.numbers = listed.numbers;
     fill_in_user(tools, listed, place);
+    place.label = tools.out.shown(place.label);
     return place;
 }
 

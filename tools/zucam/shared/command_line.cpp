@@ -59,6 +59,54 @@ std::string first_line(const std::string& text)
     return text.substr(0, text.find('\n'));
 }
 
+// ---- refusals ----
+
+// As far as the words that were given are commands: "zucam ptz", and what it is made of.
+struct parsed_command {
+    const CLI::App* app;
+    std::string name;
+};
+
+parsed_command last_command(const CLI::App& root)
+{
+    parsed_command last = {&root, root.get_name()};
+    while (!last.app->get_subcommands().empty()) {
+        last.app = last.app->get_subcommands().front();
+        last.name += " " + last.app->get_name();
+    }
+    return last;
+}
+
+// "info, watch" and so on; empty when there are none.
+std::string commands_under(const CLI::App& app)
+{
+    std::string all;
+    for (const CLI::App* each : app.get_subcommands([](const CLI::App*) { return true; })) {
+        all += (all.empty() ? "" : ", ") + each->get_name();
+    }
+    return all;
+}
+
+// What is wrong with words that were not understood; empty when it is not for them to say. A word
+// behind an unknown option may be its value, and nothing for other eyes: the option is told alone.
+std::string wrong_word(const parsed_command& said, const std::vector<std::string>& surplus)
+{
+    const std::string commands = commands_under(*said.app);
+    const auto option = std::find_if(surplus.begin(), surplus.end(), [](const std::string& each) {
+        return each.size() > 1 && each[0] == '-';
+    });
+    if (option != surplus.end()) {
+        return "'" + option->substr(0, option->find('=')) + "' is no option of " + said.name;
+    }
+    if (!commands.empty() && !surplus.empty()) {
+        return "'" + surplus.front() + "' is no command of " + said.name + "; say " + commands;
+    }
+    if (!commands.empty()) {
+        return "say what to do: " + commands;
+    }
+    return surplus.empty() ? "" : "'" + surplus.front() + "' is one argument too many";
+}
+
 } // namespace
 
 command command::under(const std::string& name, const std::string& description,
@@ -96,9 +144,14 @@ void command::flag(const std::string& name, bool& into, const std::string& descr
         name, [&into] { into = true; }, description);
 }
 
-void command::takes(stream_choice& stream)
+void command::takes_number_of(stream_choice& stream)
 {
     number("--stream", stream.number, {0, 3, "a stream"}, "which of the camera's streams [0]");
+}
+
+void command::takes(stream_choice& stream)
+{
+    takes_number_of(stream);
     option("--stream-type", "N", "the device's code for the kind of stream, 1 to 5, or 7 [1]",
            [&stream](const std::string& given) {
                const auto type = whole_number(given).value_or(0);
@@ -171,28 +224,13 @@ command command_line::add(const std::string& name, const std::string& descriptio
     return {*sub, chosen_};
 }
 
-std::string command_line::commands() const
+std::string command_line::refusal(const CLI::ParseError& error) const
 {
-    std::string all;
-    for (const CLI::App* each : app_.get_subcommands([](const CLI::App*) { return true; })) {
-        all += (all.empty() ? "" : ", ") + each->get_name();
-    }
-    return all;
-}
-
-// The command's own help is what the user wants to be pointed to.
-std::string command_line::refusal(const std::string& why) const
-{
-    const std::vector<std::string> surplus = app_.remaining();
-    if (app_.get_subcommands().empty() && !surplus.empty() && surplus.front().front() != '-') {
-        return "'" + surplus.front() + "' is no command; say " + commands();
-    }
-    std::string at = "zucam";
-    for (const CLI::App* app = &app_; !app->get_subcommands().empty();) {
-        app = app->get_subcommands().front();
-        at += " " + app->get_name();
-    }
-    return first_line(why) + "; see " + at + " --help";
+    const parsed_command said = last_command(app_);
+    const bool is_about_words = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr ||
+                                dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    const std::string why = is_about_words ? wrong_word(said, app_.remaining(true)) : "";
+    return (why.empty() ? first_line(error.what()) : why) + "; see " + said.name + " --help";
 }
 
 action command_line::parse(std::vector<std::string> arguments, console& out)
@@ -207,11 +245,12 @@ action command_line::parse(std::vector<std::string> arguments, console& out)
         out.data(std::string(version.what()));
         return nullptr;
     } catch (const CLI::ParseError& error) {
-        throw failure(exit_code::usage, refusal(error.what()));
+        throw failure(exit_code::usage, refusal(error));
     }
     out.set(options_.manner);
     if (!chosen_) {
-        throw failure(exit_code::usage, "say what to do: " + commands() + "; see zucam --help");
+        throw failure(exit_code::usage,
+                      "say what to do: " + commands_under(app_) + "; see zucam --help");
     }
     return chosen_;
 }

@@ -45,6 +45,7 @@ public:
                  const std::string& description);
     void flag(const std::string& name, bool& into, const std::string& description);
     void takes(stream_choice& stream);
+    void takes_number_of(stream_choice& stream); // its type does not matter
 
     CLI::App& app();
     // What the command is there for. Runs after everything has been parsed.
@@ -69,8 +70,7 @@ public:
 
 private:
     void add_common_options();
-    std::string commands() const; // "info, watch" and so on
-    std::string refusal(const std::string& why) const;
+    std::string refusal(const CLI::ParseError& error) const;
 
     common_options options_;
     action chosen_;

@@ -3,7 +3,9 @@
 
 #include "shared/exit_codes.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -37,6 +39,37 @@ int write_all(int descriptor, const std::string& text)
     return 0;
 }
 
+// In UTF-8.
+bool continues_character(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
+std::size_t width_of(const std::string& text)
+{
+    const auto characters = std::count_if(text.begin(), text.end(),
+                                          [](char each) { return !continues_character(each); });
+    return static_cast<std::size_t>(characters);
+}
+
+std::string cut(const std::string& text, std::size_t width)
+{
+    std::size_t end = 0;
+    for (std::size_t so_far = 0; end < text.size(); ++end) {
+        so_far += continues_character(text[end]) ? 0 : 1;
+        if (so_far > width) {
+            break;
+        }
+    }
+    return text.substr(0, end);
+}
+
+bool can_erase_lines()
+{
+    const char* const terminal = std::getenv("TERM");
+    return terminal == nullptr || std::strcmp(terminal, "dumb") != 0;
+}
+
 std::size_t columns()
 {
     winsize size = {};
@@ -59,6 +92,11 @@ void console::hide(const std::string& secret)
 secrets& console::hidden()
 {
     return hidden_;
+}
+
+std::string console::shown(const std::string& name) const
+{
+    return name == "-" ? "standard output" : hidden_.blanked(name);
 }
 
 bool console::wants_json() const
@@ -127,16 +165,16 @@ void console::message(const std::string& line)
 
 bool console::has_live_line() const
 {
-    return !how_.quiet && !how_.json && isatty(STDERR_FILENO) == 1;
+    return !how_.quiet && !how_.json && isatty(STDERR_FILENO) == 1 && can_erase_lines();
 }
 
-void console::live(const std::string& line)
+void console::live(std::vector<std::string> shapes)
 {
     if (!has_live_line()) {
         return;
     }
     const std::lock_guard<std::mutex> lock(mutex_);
-    live_ = line;
+    live_ = std::move(shapes);
     draw_live();
 }
 
@@ -157,10 +195,18 @@ void console::erase_live()
 // One line of the terminal at most: what wraps cannot be erased.
 void console::draw_live()
 {
-    if (!live_.empty()) {
-        (void)write_all(STDERR_FILENO,
-                        erase_line + hidden_.blanked(live_).substr(0, columns() - 1));
+    if (live_.empty()) {
+        return;
     }
+    const std::size_t room = columns() - 1;
+    std::string line;
+    for (const std::string& shape : live_) {
+        line = hidden_.blanked(shape);
+        if (width_of(line) <= room) {
+            break;
+        }
+    }
+    (void)write_all(STDERR_FILENO, erase_line + cut(line, room));
 }
 
 } // namespace tool

@@ -2,8 +2,9 @@
 // live line may stand at the bottom while that is a terminal.
 //
 // Any thread may call: the library's log lines come from its own. Secrets are blanked in all that
-// goes to standard error; what goes to standard output is made of the camera's numbers and of file
-// names that the user gave.
+// goes to standard error. What goes to standard output is made of the camera's numbers, which stay
+// as they are even where they look like a secret, and of names that the user gave: these pass
+// through shown().
 #pragma once
 
 #include "shared/secrets.h"
@@ -11,6 +12,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 namespace tool
 {
@@ -29,6 +31,8 @@ public:
     void set(const manner& how); // before other threads run
     void hide(const std::string& secret);
     secrets& hidden();
+    // A name that the user gave, for data: secrets blanked, and "-" in words.
+    std::string shown(const std::string& name) const;
     bool wants_json() const;
     int verbose() const;
 
@@ -42,9 +46,10 @@ public:
     void trace(const std::string& line);    // with -vv
     void complain(const std::string& line); // always
 
-    // The live line: on a terminal, unless -q or --json. Messages go above it.
+    // The live line: on a terminal, unless -q or --json. Messages go above it. Of its shapes, the
+    // widest first, the first that fits is shown; the last is cut where none does.
     bool has_live_line() const;
-    void live(const std::string& line);
+    void live(std::vector<std::string> shapes);
     void end_live();
 
 private:
@@ -54,8 +59,8 @@ private:
 
     manner how_;
     secrets hidden_;
-    std::mutex mutex_; // of what follows, and of the order of lines
-    std::string live_;
+    std::mutex mutex_;              // of what follows, and of the order of lines
+    std::vector<std::string> live_; // its shapes; empty when there is none
 };
 
 } // namespace tool
