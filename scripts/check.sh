@@ -82,6 +82,11 @@ libraries_alone() {
     find "$stage" -name 'libzu_net_dev.so.1*' | grep -q .
 }
 
+# The library of the preset dev is the same one with debug information, by which it is compared.
+same_interface() {
+    scripts/abi.sh build/dev/source/libzu_net_dev.so.1
+}
+
 # The program in README.md is shown to people, so it has to be one.
 readme_program() {
     awk '/^```c$/ {inside = 1; next} /^```$/ {inside = 0} inside' README.md >build/readme_program.c
@@ -137,6 +142,7 @@ step 'check: cppcheck' linted_by_cppcheck
 build release zu_net_dev
 step 'check: exported symbols' exported_symbols
 step 'check: needs libc alone' needs_libc_alone
+step 'check: programs built before still fit' same_interface
 step 'check: the program in README.md' readme_program
 step 'check: libraries without any package' libraries_alone
 step 'check: valgrind over a login, a stream and a logout' scripts/valgrind_round.sh build/dev

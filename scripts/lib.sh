@@ -11,7 +11,7 @@ packages_tool=(libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libcl
     nlohmann-json3-dev libfmt-dev scdoc)
 packages_demo=(ffmpeg)
 packages_test=(libgtest-dev libgmock-dev binutils)
-packages_check=(clang-format clang-tidy cppcheck shellcheck valgrind binutils)
+packages_check=(clang-format clang-tidy cppcheck shellcheck valgrind binutils abigail-tools)
 packages_fuzz=(clang libclang-rt-14-dev)
 packages_msan=(clang libclang-rt-14-dev libc++-14-dev libc++abi-14-dev llvm-14)
 packages_coverage=(gcovr)
