@@ -82,6 +82,13 @@ libraries_alone() {
     find "$stage" -name 'libzu_net_dev.so.1*' | grep -q .
 }
 
+# What was installed above serves other projects from wherever it is moved to.
+outside_projects() {
+    rm -rf build/plain/moved
+    mv build/plain/stage/usr/local build/plain/moved
+    scripts/outside_projects.sh build/plain/moved
+}
+
 # The library of the preset dev is the same one with debug information, by which it is compared.
 same_interface() {
     scripts/abi.sh build/dev/source/libzu_net_dev.so.1
@@ -145,6 +152,7 @@ step 'check: needs libc alone' needs_libc_alone
 step 'check: programs built before still fit' same_interface
 step 'check: the program in README.md' readme_program
 step 'check: libraries without any package' libraries_alone
+step 'check: other projects find and use what was installed' outside_projects
 step 'check: valgrind over a login, a stream and a logout' scripts/valgrind_round.sh build/dev
 build asan
 step 'check: tests under the address and undefined-behaviour sanitizers' tests_under_asan

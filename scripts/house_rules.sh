@@ -135,12 +135,21 @@ check_borders() {
     done < <(sources_in examples)
 }
 
+# The version stands in CMakeLists.txt alone; what tells of changes must have got as far.
+check_version() {
+    local version latest
+    version=$(project_version)
+    latest=$(sed -nE 's/^## ([0-9.]+) \([0-9]{4}-[0-9]{2}-[0-9]{2}\)$/\1/p' CHANGELOG.md | head -n 1)
+    [ "$version" = "$latest" ] ||
+        breach "CHANGELOG.md: opens with ${latest:-no version}, but CMakeLists.txt says $version"
+}
+
 mapfile -t library < <(sources_in source/src)
 mapfile -t tests < <(sources_in tests)
 mapfile -t all < <(sources_in "${source_dirs[@]}")
-mapfile -t texts < <(find README.md docs cmake CMakeLists.txt CMakePresets.json .clang-tidy \
-    .clang-format run .ci scripts "${source_dirs[@]}" -type f ! -name house_rules.sh \
-    ! -path 'fuzz/corpus/*')
+mapfile -t texts < <(find README.md CHANGELOG.md docs cmake CMakeLists.txt \
+    CMakePresets.json .clang-tidy .clang-format run .ci scripts packaging "${source_dirs[@]}" \
+    -type f ! -name house_rules.sh ! -path 'fuzz/corpus/*')
 wait "$!" # a path that is not there ends the script
 
 mapfile -t waiting < <(printf '%s\n' "${library[@]}" | grep -v '/fd_wait\.cpp$')
@@ -165,7 +174,7 @@ for file in "${tests[@]}"; do
 done
 forbid 'a test runs or is deleted; it is never skipped' '\bGTEST_SKIP\b|\bDISABLED_' "${tests[@]}"
 
-mapfile -t scripts < <(printf '%s\n' "${texts[@]}" | grep -E '^(run|\.ci/|scripts/)')
+mapfile -t scripts < <(printf '%s\n' "${texts[@]}" | grep -E '^(run$|\.ci/|scripts/|packaging/.*\.sh$)')
 forbid_text 'a failure is dealt with or ends the script; it is never ignored' \
     '\|\|[[:space:]]*(true|:)([[:space:];)]|$)' "${scripts[@]}"
 forbid_text 'an open end' '\b(TODO|FIXME|XXX)\b' "${texts[@]}"
@@ -173,6 +182,7 @@ forbid_text "a path of somebody's machine" '(^|[^A-Za-z0-9_.}*-])/(home|root|wor
     "${texts[@]}"
 
 check_rooms
+check_version
 check_heads "${all[@]}"
 check_borders
 

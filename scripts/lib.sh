@@ -34,6 +34,10 @@ usage_error() {
     exit 2
 }
 
+project_version() {
+    sed -nE 's/^project\(zu_net_dev VERSION ([0-9.]+).*/\1/p' CMakeLists.txt
+}
+
 is_number() { # TEXT LEAST MOST
     [[ $1 =~ ^[0-9]{1,6}$ ]] && [ "$((10#$1))" -ge "$2" ] && [ "$((10#$1))" -le "$3" ]
 }

@@ -77,9 +77,9 @@ protected:
     void SetUp() override
     {
         for (const char* const part :
-             {"README.md", "docs", "cmake", "CMakeLists.txt", "CMakePresets.json", ".clang-tidy",
-              ".clang-format", "run", ".ci", "scripts", "source", "client", "virtual_camera",
-              "tools", "fuzz", "examples"}) {
+             {"README.md", "CHANGELOG.md", "docs", "cmake", "CMakeLists.txt", "CMakePresets.json",
+              ".clang-tidy", ".clang-format", "run", ".ci", "scripts", "packaging", "source",
+              "client", "virtual_camera", "tools", "fuzz", "examples"}) {
             fs::create_directories(copy_);
             fs::copy(project / part, copy_ / part, fs::copy_options::recursive);
         }
@@ -157,6 +157,13 @@ TEST_F(HouseRules, SeeAToolReachBehindThePublicHeaders)
     EXPECT_EQ(breaches(), "");
     add("tools/zucam/zucam.cpp", "#include \"virtual_camera/camera.h\"\n");
     EXPECT_THAT(breaches(), HasSubstr("a tool includes public headers"));
+}
+
+TEST_F(HouseRules, SeeAVersionThatTheChangelogDoesNotTell)
+{
+    fs::remove(copy_ / "CHANGELOG.md");
+    add("CHANGELOG.md", "# Changes\n\n## 99.0.0 (2026-11-21)\n\n- Everything.\n");
+    EXPECT_THAT(breaches(), HasSubstr("CHANGELOG.md: opens with 99.0.0, but CMakeLists.txt says"));
 }
 
 TEST_F(HouseRules, FailWhenAPathIsNotThere)
