@@ -54,6 +54,7 @@ TEST(ProjectScripts, CommandsRefuseWrongArgumentsBeforeTheyBuild)
                                                          {"fuzz", "1.5"},
                                                          {"fuzz", "1", "receiver"},
                                                          {"coverage", "source"},
+                                                         {"docs", "html"},
                                                          {"format", "run"}};
     for (const auto& arguments : wrong) {
         program run(project / "run", arguments);
