@@ -1,7 +1,8 @@
 # shellcheck shell=bash
 #
 # A virtual camera on this machine for a script that runs programs against it. Sourced with
-# `set -euo pipefail` in force; $build_dir says whose zucam-sim. Needs the exit trap for itself.
+# `set -euo pipefail` in force; $build_dir says whose zucam-sim, or $camera_program which. Needs the
+# exit trap for itself.
 #
 # shellcheck disable=SC2154 # build_dir is the script's that sources this file
 
@@ -21,7 +22,7 @@ trap clean_up EXIT
 # Starts the camera and waits for its port.
 start_camera() {
     : >"$work/camera" # there to be read before the camera's process has come as far
-    "$build_dir/virtual_camera/zucam-sim" --listen 127.0.0.1 --port 0 --size 160x90 \
+    "${camera_program:-$build_dir/virtual_camera/zucam-sim}" --listen 127.0.0.1 --port 0 --size 160x90 \
         >"$work/camera" 2>&1 &
     camera=$!
     for _ in $(seq 100); do

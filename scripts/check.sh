@@ -13,7 +13,7 @@ formatting() {
 }
 
 shell_scripts() {
-    shellcheck -x run .ci/run scripts/*.sh tools/zucam/completion/zucam.bash
+    shellcheck -x run .ci/run scripts/*.sh packaging/debian/*.sh tools/zucam/completion/zucam.bash
 }
 
 # The files among ours that the build compiles; others have no compile command to go by.

@@ -144,10 +144,19 @@ check_version() {
         breach "CHANGELOG.md: opens with ${latest:-no version}, but CMakeLists.txt says $version"
 }
 
+# Whoever exports something says since which version, for packages that are built against it.
+check_symbols() {
+    local symbol
+    while read -r symbol; do
+        grep -qE "^ $symbol@ZU_NET_DEV_[0-9.]+ [0-9.]+$" packaging/debian/symbols ||
+            breach "packaging/debian/symbols: $symbol is missing"
+    done <scripts/exports.txt
+}
+
 mapfile -t library < <(sources_in source/src)
 mapfile -t tests < <(sources_in tests)
 mapfile -t all < <(sources_in "${source_dirs[@]}")
-mapfile -t texts < <(find README.md CHANGELOG.md docs cmake CMakeLists.txt \
+mapfile -t texts < <(find README.md CHANGELOG.md CONTRIBUTING.md docs cmake CMakeLists.txt \
     CMakePresets.json .clang-tidy .clang-format run .ci scripts packaging "${source_dirs[@]}" \
     -type f ! -name house_rules.sh ! -path 'fuzz/corpus/*')
 wait "$!" # a path that is not there ends the script
@@ -183,6 +192,7 @@ forbid_text "a path of somebody's machine" '(^|[^A-Za-z0-9_.}*-])/(home|root|wor
 
 check_rooms
 check_version
+check_symbols
 check_heads "${all[@]}"
 check_borders
 

@@ -55,6 +55,7 @@ TEST(ProjectScripts, CommandsRefuseWrongArgumentsBeforeTheyBuild)
                                                          {"fuzz", "1", "receiver"},
                                                          {"coverage", "source"},
                                                          {"docs", "html"},
+                                                         {"package", "zucam"},
                                                          {"format", "run"}};
     for (const auto& arguments : wrong) {
         program run(project / "run", arguments);
@@ -78,9 +79,9 @@ protected:
     void SetUp() override
     {
         for (const char* const part :
-             {"README.md", "CHANGELOG.md", "docs", "cmake", "CMakeLists.txt", "CMakePresets.json",
-              ".clang-tidy", ".clang-format", "run", ".ci", "scripts", "packaging", "source",
-              "client", "virtual_camera", "tools", "fuzz", "examples"}) {
+             {"README.md", "CHANGELOG.md", "CONTRIBUTING.md", "docs", "cmake", "CMakeLists.txt",
+              "CMakePresets.json", ".clang-tidy", ".clang-format", "run", ".ci", "scripts",
+              "packaging", "source", "client", "virtual_camera", "tools", "fuzz", "examples"}) {
             fs::create_directories(copy_);
             fs::copy(project / part, copy_ / part, fs::copy_options::recursive);
         }
@@ -160,11 +161,23 @@ TEST_F(HouseRules, SeeAToolReachBehindThePublicHeaders)
     EXPECT_THAT(breaches(), HasSubstr("a tool includes public headers"));
 }
 
+TEST_F(HouseRules, SeeAFailureThatAScriptOfThePackagesIgnores)
+{
+    add("packaging/debian/changelog.sh", "rm -r somewhere || true\n");
+    EXPECT_THAT(breaches(), HasSubstr("packaging/debian/changelog.sh:"));
+}
+
 TEST_F(HouseRules, SeeAVersionThatTheChangelogDoesNotTell)
 {
     fs::remove(copy_ / "CHANGELOG.md");
     add("CHANGELOG.md", "# Changes\n\n## 99.0.0 (2026-11-21)\n\n- Everything.\n");
     EXPECT_THAT(breaches(), HasSubstr("CHANGELOG.md: opens with 99.0.0, but CMakeLists.txt says"));
+}
+
+TEST_F(HouseRules, SeeAnExportThatThePackagesDoNotTell)
+{
+    add("scripts/exports.txt", "zzz_new_function\n");
+    EXPECT_THAT(breaches(), HasSubstr("packaging/debian/symbols: zzz_new_function is missing"));
 }
 
 TEST_F(HouseRules, FailWhenAPathIsNotThere)

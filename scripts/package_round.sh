@@ -1,0 +1,91 @@
+#!/usr/bin/env bash
+# package_round.sh: installs the packages of build/package in this very system, uses what is in them
+# as their users would, and removes them; however it ends, they are gone again. As root or with sudo.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. scripts/lib.sh
+camera_program=/usr/bin/zucam-sim
+. scripts/camera.sh
+
+debs=(build/package/*.deb)
+names=()
+for deb in "${debs[@]}"; do
+    names+=("$(dpkg-deb -f "$deb" Package)")
+done
+
+if [ "$(missing_packages "${names[@]}" | wc -l)" -ne ${#names[@]} ]; then
+    echo "one of ${names[*]} is installed already; remove it first, for this would"
+    exit 1
+fi
+
+# Documents too, where a small system leaves them out.
+install_debs() {
+    as_root dpkg --path-include='/usr/*' --install "${debs[@]}"
+    dpkg --verify "${names[@]}"
+}
+
+remove_debs() {
+    as_root dpkg --purge "${names[@]}"
+}
+
+end_round() {
+    clean_up
+    if [ "$(missing_packages "${names[@]}" | wc -l)" -ne ${#names[@]} ]; then
+        remove_debs
+    fi
+}
+trap end_round EXIT
+
+# The program in README.md, and an example that shows what a camera sends.
+use_library() {
+    local flags
+    awk '/^```c$/ {inside = 1; next} /^```$/ {inside = 0} inside' README.md >"$work/first.c"
+    read -ra flags <<<"$(pkg-config --cflags --libs zu_net_dev)"
+    cc "$work/first.c" -o "$work/first" "${flags[@]}"
+    ldd "$work/first" | grep -F 'libzu_net_dev.so.1 => /'
+
+    scripts/outside_projects.sh /usr build/package/outside
+    start_camera
+    build/package/outside/examples/live_view --host 127.0.0.1 --port "$port" --seconds 3 \
+        --out "$work/live.h264"
+    [ -s "$work/live.h264" ]
+    end_camera
+}
+
+# Every option is told in the manual.
+compare_manual() {
+    local option
+    for option in $(zucam-sim --help | grep -oE '(^|[ ,])--[a-z-]+' | tr -d ' ,' | sort -u); do
+        zgrep -qF -- "${option//-/\\-}" /usr/share/man/man1/zucam-sim.1.gz || {
+            echo "zucam-sim.1 does not tell $option"
+            return 1
+        }
+    done
+}
+
+nothing_is_left() {
+    local deb file
+    for deb in "${debs[@]}"; do
+        while read -r file; do
+            [ ! -e "${file#.}" ] || {
+                echo "${file#.} is left"
+                return 1
+            }
+        done < <(dpkg-deb --fsys-tarfile "$deb" | tar -t | grep -v '/$')
+    done
+    ! ldconfig_lists_library || {
+        echo 'the cache of libraries still knows the library'
+        return 1
+    }
+}
+
+ldconfig_lists_library() {
+    /sbin/ldconfig -p | grep -F libzu_net_dev
+}
+
+install_debs
+ldconfig_lists_library
+use_library
+compare_manual
+remove_debs
+nothing_is_left
