@@ -16,7 +16,7 @@ packages_fuzz=(clang libclang-rt-14-dev)
 packages_msan=(clang libclang-rt-14-dev libc++-14-dev libc++abi-14-dev llvm-14)
 packages_coverage=(gcovr)
 packages_docs=(doxygen)
-packages_package=(dpkg-dev file lintian)
+packages_package=(dpkg-dev file lintian systemd)
 
 # The folders whose sources are ours; every one that exists is formatted and checked.
 source_dirs=(source client virtual_camera tools examples tests fuzz)
