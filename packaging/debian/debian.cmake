@@ -2,7 +2,7 @@
 #
 #   libzu-net-dev1     the shared library
 #   libzu-net-dev-dev  headers, static libraries, CMake and pkg-config files, documents, examples
-#   zucam              the programs: the virtual camera
+#   zucam              the programs: the tool with its unit for systemd, the virtual camera
 set(revision 1)
 set(maintainer "zu_net_dev maintainers <maintainers@example.com>")
 set(deb_version ${PROJECT_VERSION}-${revision})
@@ -63,10 +63,10 @@ libraries, files for CMake and pkg-config, documents and examples.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libzu-net-dev1 (= ${deb_version}), libc6-dev")
 
 zu_debian_package(zucam zucam video "tools for network video devices
-Programs around libzu-net-dev1: zucam-sim is a virtual camera that sends real
-video and sound, and can be told to misbehave.")
-if(TARGET zucam)
-    set(CPACK_DEBIAN_ZUCAM_PACKAGE_DEPENDS "libzu-net-dev1 (>= ${PROJECT_VERSION})")
-endif()
+Programs around libzu-net-dev1: zucam tells whether an IP camera works, records
+it from the command line or as a service of systemd, and changes its settings;
+zucam-sim is a virtual camera that sends real video and sound, and can be told
+to misbehave.")
+set(CPACK_DEBIAN_ZUCAM_PACKAGE_DEPENDS "libzu-net-dev1 (>= ${PROJECT_VERSION})")
 
 include(CPack)

@@ -6,9 +6,13 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace
 {
@@ -335,6 +339,57 @@ TEST_F(ZucamRecord, AFolderThatIsNotThereIsToldBeforeAnythingIsAsked)
     EXPECT_EQ(result.status, 8);
     EXPECT_THAT(result.err, HasSubstr("x.mp4: No such file or directory"));
     EXPECT_EQ(camera_.counters().connections_total, 0U);
+}
+
+// ---- as a service ----
+
+// The socket that a service manager would listen on.
+class ZucamRecordAsService : public ZucamRecord
+{
+protected:
+    void SetUp() override
+    {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        const std::string path = files_ / "manager";
+        ASSERT_LT(path.size(), sizeof(address.sun_path));
+        std::copy(path.begin(), path.end(), address.sun_path);
+        manager_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ASSERT_EQ(bind(manager_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    }
+
+    void TearDown() override
+    {
+        close(manager_);
+    }
+
+    // In the order in which it came; all has come when the program has ended.
+    std::string heard() const
+    {
+        char text[100];
+        const ssize_t size = recv(manager_, text, sizeof(text), MSG_DONTWAIT);
+        return size < 0 ? "nothing" : std::string(text, static_cast<std::size_t>(size));
+    }
+
+private:
+    int manager_ = -1;
+};
+
+TEST_F(ZucamRecordAsService, TellsWhenVideoIsKeptAndWhenItEnds)
+{
+    const ended result = record("x.mkv");
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(heard(), "READY=1\nWATCHDOG=1");
+    EXPECT_EQ(heard(), "STOPPING=1");
+    EXPECT_EQ(heard(), "nothing");
+}
+
+TEST_F(ZucamRecordAsService, IsNotReadyWhenItCannotBegin)
+{
+    const ended result = record("missing/x.mkv");
+    EXPECT_NE(result.status, 0);
+    EXPECT_EQ(heard(), "nothing");
 }
 
 } // namespace

@@ -17,7 +17,7 @@ namespace
 std::string take_variable(const char* name)
 {
     const char* const value = std::getenv(name);
-    const std::string taken = value == nullptr ? "" : value;
+    std::string taken = value == nullptr ? "" : value;
     unsetenv(name);
     return taken;
 }

@@ -1,6 +1,7 @@
 // zucam record: keeps the video of a camera, as it comes, in a file or in one after the other.
 #include "commands/commands.h"
 #include "media/recording.h"
+#include "service_notify.h"
 #include "shared/exit_codes.h"
 #include "shared/frame_reader.h"
 
@@ -133,7 +134,18 @@ private:
     bool asked_ = false;
 };
 
-void keep(toolbox& tools, connection& to, recording& kept, const record_options& options)
+// Whoever runs the recording as a service learns that it goes on from what has been kept.
+void keep_frame(zu::Frame frame, recording& kept, service_notify& service)
+{
+    const std::uint64_t before = kept.total().frames;
+    kept.take(std::move(frame));
+    if (kept.total().frames > before) {
+        service.media_came();
+    }
+}
+
+void keep(toolbox& tools, connection& to, recording& kept, const record_options& options,
+          service_notify& service)
 {
     frame_reader frames(tools, to);
     next_file_trigger next_file;
@@ -141,7 +153,7 @@ void keep(toolbox& tools, connection& to, recording& kept, const record_options&
     auto shown = zu::Clock::now();
     while (!is_enough(kept, options.limit) && !tools.signals.asked_to_end()) {
         if (auto frame = frames.next()) {
-            kept.take(std::move(*frame));
+            keep_frame(std::move(*frame), kept, service);
         }
         if (kept.total().frames == 0 && zu::Clock::now() > first_key_frame_by) {
             return; // video that nobody can decode comes for ever
@@ -180,8 +192,9 @@ void tell_losses(toolbox& tools, connection& to)
 // What has been recorded is finished whatever ended the recording, but for a failed output.
 void keep_and_finish(toolbox& tools, connection& to, recording& kept, const record_options& options)
 {
+    service_notify service;
     try {
-        keep(tools, to, kept, options);
+        keep(tools, to, kept, options, service);
     } catch (const failure& failed) {
         if (failed.code() != exit_code::output) {
             kept.finish();
@@ -191,6 +204,7 @@ void keep_and_finish(toolbox& tools, connection& to, recording& kept, const reco
         }
         throw;
     }
+    service.ends();
     kept.finish();
 }
 
