@@ -46,6 +46,7 @@ TEST(ProjectScripts, CommandsRefuseWrongArgumentsBeforeTheyBuild)
     const std::vector<std::vector<std::string>> wrong = {{},
                                                          {"tset"},
                                                          {"test", "heartbeat"},
+                                                         {"test", "--heartbeat"},
                                                          {"soak", "long"},
                                                          {"check", "all"},
                                                          {"build", "dev"},
@@ -56,7 +57,8 @@ TEST(ProjectScripts, CommandsRefuseWrongArgumentsBeforeTheyBuild)
                                                          {"coverage", "source"},
                                                          {"docs", "html"},
                                                          {"package", "zucam"},
-                                                         {"format", "run"}};
+                                                         {"format", "run"},
+                                                         {"help", "test"}};
     for (const auto& arguments : wrong) {
         program run(project / "run", arguments);
         EXPECT_EQ(run.exit_status(), 2) << testing::PrintToString(arguments);
