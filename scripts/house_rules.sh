@@ -153,6 +153,19 @@ check_symbols() {
     done <scripts/exports.txt
 }
 
+# Whoever lets a command of ./run install something says what it is for.
+check_packages() {
+    local list package told
+    told=$(sed -nE 's/^\| ([^|]*) \|.*/\1/p' README.md | sed 's/, /\n/g')
+    for list in $(compgen -A variable packages_); do
+        local -n packages=$list
+        for package in "${packages[@]}"; do
+            grep -qxF "$package" <<<"$told" ||
+                breach "README.md: does not say what the package $package is for"
+        done
+    done
+}
+
 mapfile -t library < <(sources_in source/src)
 mapfile -t tests < <(sources_in tests)
 mapfile -t all < <(sources_in "${source_dirs[@]}")
@@ -193,6 +206,7 @@ forbid_text "a path of somebody's machine" '(^|[^A-Za-z0-9_.}*-])/(home|root|wor
 check_rooms
 check_version
 check_symbols
+check_packages
 check_heads "${all[@]}"
 check_borders
 

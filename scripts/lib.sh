@@ -69,7 +69,7 @@ missing_packages() {
 need_packages() {
     command -v dpkg-query >/dev/null || return 0 # not a Debian: build/*.configure.log says what is left out
     local missing
-    mapfile -t missing < <(missing_packages "$@")
+    mapfile -t missing < <(missing_packages "$@" | sort -u)
     [ ${#missing[@]} -gt 0 ] || return 0
     if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then
         fail "these packages are missing, and there is no sudo to install them: ${missing[*]}"

@@ -182,6 +182,12 @@ TEST_F(HouseRules, SeeAnExportThatThePackagesDoNotTell)
     EXPECT_THAT(breaches(), HasSubstr("packaging/debian/symbols: zzz_new_function is missing"));
 }
 
+TEST_F(HouseRules, SeeAPackageThatTheReadmeDoesNotTell)
+{
+    add("scripts/lib.sh", "packages_more=(zzz-tool)\n");
+    EXPECT_THAT(breaches(), HasSubstr("README.md: does not say what the package zzz-tool is for"));
+}
+
 TEST_F(HouseRules, FailWhenAPathIsNotThere)
 {
     fs::remove_all(copy_ / "docs");
