@@ -150,6 +150,7 @@ build release zu_net_dev
 step 'check: exported symbols' exported_symbols
 step 'check: needs libc alone' needs_libc_alone
 step 'check: programs built before still fit' same_interface
+step 'check: a change of the interface would be noticed' scripts/abi_notices.sh build/dev
 step 'check: the program in README.md' readme_program
 step 'check: libraries without any package' libraries_alone
 step 'check: other projects find and use what was installed' outside_projects
