@@ -53,9 +53,25 @@ use_library() {
     end_camera
 }
 
-# As the unit calls it, but for the place and the end.
+# The unit's own command with the configuration of the example, but for the camera, the place of the
+# files and the end.
 use_tool() {
-    zucam record --quiet "127.0.0.1:$port" "$work/door.mkv" --segment 15 --seconds 2
+    local unit=/usr/lib/systemd/system/zucam-record@.service line
+    line=$(sed -n 's/^ExecStart=//p' "$unit")
+    line=${line//%S\/zucam\/%i\/%i/$work/door}
+    sed "s/^ZUCAM_CAMERA=.*/ZUCAM_CAMERA=127.0.0.1:$port/" /usr/share/doc/zucam/examples/camera.conf \
+        >"$work/door.conf"
+    [ -n "$line" ]
+    [[ $line != *%* ]]
+    [[ $line != *PASSWORD* ]]
+    (
+        set -a
+        eval "$(sed -n 's/^Environment=//p' "$unit")"
+        # shellcheck disable=SC1091 # made above
+        . "$work/door.conf"
+        [ -n "$ZUCAM_PASSWORD" ]
+        eval "$line --seconds 2"
+    )
     ls "$work"/door-*.mkv
 }
 

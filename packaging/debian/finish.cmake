@@ -9,7 +9,7 @@ function(run)
 endfunction()
 
 function(compress_manual_pages tree)
-    file(GLOB_RECURSE pages ${tree}/usr/share/man/*.1)
+    file(GLOB_RECURSE pages ${tree}/usr/share/man/*.[1-9])
     foreach(page ${pages})
         run(gzip -9n ${page})
     endforeach()
