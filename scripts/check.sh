@@ -154,6 +154,7 @@ step 'check: a change of the interface would be noticed' scripts/abi_notices.sh 
 step 'check: the program in README.md' readme_program
 step 'check: libraries without any package' libraries_alone
 step 'check: other projects find and use what was installed' outside_projects
+step 'check: all that is installed, elsewhere' scripts/whole_install.sh build/dev
 step 'check: valgrind over a login, a stream and a logout' scripts/valgrind_round.sh build/dev
 build asan
 step 'check: tests under the address and undefined-behaviour sanitizers' tests_under_asan
