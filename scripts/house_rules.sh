@@ -19,29 +19,33 @@ breach() {
 rooms=(zu_net_dev_msg log fd_wait tcp_link link sdk_user event_handler msg_dispatch msg_receiver
     msg_sender request_channel stream_control settings ptz device_manager login ping zu_net_dev_api)
 
-# Prints a source without its comments; line numbers stay. Texts in quotes are passed over whole, so
-# that nothing in them counts as a comment's begin.
-code_of() {
-    perl -0777 -pe 's{("(?:\\.|[^"\\\n])*")|/\*.*?\*/|//[^\n]*}{$1 // $& =~ tr/\n//cdr}gse' "$1"
+# code_lines PATTERN FILE...: where the Perl pattern matches a line of code, as FILE:LINE. Comments do not
+# count; texts in quotes are passed over whole, so that nothing in them counts as a comment's begin.
+# One process looks at all files, as there are many, and many rules.
+code_lines() {
+    # shellcheck disable=SC2016 # Perl's variables
+    perl -e '
+        my $pattern = shift;
+        for my $file (@ARGV) {
+            open my $in, "<", $file or die "$file: $!\n";
+            my $code = do { local $/; <$in> };
+            $code =~ s{("(?:\\.|[^"\\\n])*")|/\*.*?\*/|//[^\n]*}{$1 // $& =~ tr/\n//cdr}gse;
+            my $number = 0;
+            for my $line (split /\n/, $code) {
+                ++$number;
+                print "$file:$number\n" if $line =~ /$pattern/;
+            }
+        }' "$@"
 }
 
-# report WHY FILE HITS: one breach for each line of `grep -n`.
-report() {
-    local why=$1 file=$2 hit
-    while IFS= read -r hit; do
-        [ -z "$hit" ] || breach "$file:${hit%%:*}: $why"
-    done <<<"$3"
-}
-
-# forbid WHY PATTERN FILE...: no code line of the files may match the Perl pattern. A grep that fails
-# (status 2) ends the script; status 1 says that nothing matches.
+# forbid WHY PATTERN FILE...: no code line of the files may match.
 forbid() {
-    local why=$1 pattern=$2 file hits
-    shift 2
-    for file in "$@"; do
-        hits=$(code_of "$file" | grep -nP "$pattern") || [ $? -eq 1 ]
-        report "$why" "$file" "$hits"
-    done
+    local why=$1 hits hit
+    shift
+    hits=$(code_lines "$@")
+    while IFS= read -r hit; do
+        [ -z "$hit" ] || breach "$hit: $why"
+    done <<<"$hits"
 }
 
 # forbid_text WHY PATTERN FILE...: no line at all may match.
@@ -54,13 +58,14 @@ forbid_text() {
     done <<<"$hits"
 }
 
-# without_reason FILE HITS: those hits whose line does not say behind the mark why it sleeps.
-without_reason() {
-    local hit
-    while IFS= read -r hit; do
-        [ -z "$hit" ] || sed -n "${hit%%:*}p" "$1" | grep -qE '// sleep: .{8}' ||
-            printf '%s\n' "$hit"
-    done <<<"$2"
+# forbid_sleep FILE...: no code line may sleep without saying why behind the mark.
+forbid_sleep() {
+    local hits file line
+    hits=$(code_lines '\b(u?sleep|(clock_)?nanosleep|sleep_(for|until))\s*\(' "$@")
+    while IFS=: read -r file line; do
+        [ -z "$file" ] || sed -n "${line}p" "$file" | grep -qE '// sleep: .{8}' ||
+            breach "$file:$line: a test polls for a condition instead of sleeping"
+    done <<<"$hits"
 }
 
 room_number() {
@@ -115,24 +120,20 @@ check_heads() {
 # The camera is written apart from the library; the C++ layer, the tools and the examples see what an
 # application sees.
 check_borders() {
-    local file
-    while IFS= read -r file; do
-        forbid 'the camera includes nothing of the library' \
-            '^#include .*(zu_net_dev|zu_data_type|source/)' "$file"
-    done < <(sources_in virtual_camera)
-    while IFS= read -r file; do
-        forbid 'the C++ layer includes the public headers of the library only' \
-            '^#include .*(source/|\.\./|zu_net_dev_msg|sdk_user|"log\.h)' "$file"
-    done < <(sources_in client)
-    while IFS= read -r file; do
-        forbid 'a tool includes public headers and those of the C++ layer only' \
-            '^#include .*(source/|client/|virtual_camera/|\.\./|zu_net_dev_msg|sdk_user|"log\.h)' \
-            "$file"
-    done < <(sources_in tools)
-    while IFS= read -r file; do
-        forbid 'an example includes public headers only' \
-            '^#include .*(source/|\.\./|zu_net_dev_msg|sdk_user|log\.h)' "$file"
-    done < <(sources_in examples)
+    local files
+    mapfile -t files < <(sources_in virtual_camera)
+    forbid 'the camera includes nothing of the library' \
+        '^#include .*(zu_net_dev|zu_data_type|source/)' "${files[@]}"
+    mapfile -t files < <(sources_in client)
+    forbid 'the C++ layer includes the public headers of the library only' \
+        '^#include .*(source/|\.\./|zu_net_dev_msg|sdk_user|"log\.h)' "${files[@]}"
+    mapfile -t files < <(sources_in tools)
+    forbid 'a tool includes public headers and those of the C++ layer only' \
+        '^#include .*(source/|client/|virtual_camera/|\.\./|zu_net_dev_msg|sdk_user|"log\.h)' \
+        "${files[@]}"
+    mapfile -t files < <(sources_in examples)
+    forbid 'an example includes public headers only' \
+        '^#include .*(source/|\.\./|zu_net_dev_msg|sdk_user|log\.h)' "${files[@]}"
 }
 
 # The version stands in CMakeLists.txt alone; what tells of changes must have got as far.
@@ -148,22 +149,23 @@ check_version() {
 check_symbols() {
     local symbol
     while read -r symbol; do
-        grep -qE "^ $symbol@ZU_NET_DEV_[0-9.]+ [0-9.]+$" packaging/debian/symbols ||
-            breach "packaging/debian/symbols: $symbol is missing"
-    done <scripts/exports.txt
+        breach "packaging/debian/symbols: $symbol is missing"
+    done < <(LC_ALL=C comm -23 <(LC_ALL=C sort -u scripts/exports.txt) \
+        <(sed -nE 's/^ (.*)@ZU_NET_DEV_[0-9.]+ [0-9.]+$/\1/p' packaging/debian/symbols |
+            LC_ALL=C sort -u))
 }
 
 # Whoever lets a command of ./run install something says what it is for.
 check_packages() {
-    local list package told
-    told=$(sed -nE 's/^\| ([^|]*) \|.*/\1/p' README.md | sed 's/, /\n/g')
+    local list package wanted=()
     for list in $(compgen -A variable packages_); do
         local -n packages=$list
-        for package in "${packages[@]}"; do
-            grep -qxF "$package" <<<"$told" ||
-                breach "README.md: does not say what the package $package is for"
-        done
+        wanted+=("${packages[@]}")
     done
+    while read -r package; do
+        breach "README.md: does not say what the package $package is for"
+    done < <(LC_ALL=C comm -23 <(printf '%s\n' "${wanted[@]}" | LC_ALL=C sort -u) \
+        <(sed -nE 's/^\| ([^|]*) \|.*/\1/p' README.md | sed 's/, /\n/g' | LC_ALL=C sort -u))
 }
 
 mapfile -t library < <(sources_in source/src)
@@ -187,13 +189,8 @@ forbid 'the library uses std::atomic and nothing else of the C++ run time' \
 forbid 'the library includes C headers and <atomic> alone' \
     '^#include <(?!c[a-z]+>|atomic>|[a-z/_0-9]+\.h>)' "${library[@]}"
 
-for file in "${tests[@]}"; do
-    [ "$file" != tests/support/eventually.h ] || continue
-    hits=$(code_of "$file" |
-        grep -nE '\b(u?sleep|(clock_)?nanosleep|sleep_(for|until))[[:space:]]*\(') || [ $? -eq 1 ]
-    report 'a test polls for a condition instead of sleeping' "$file" \
-        "$(without_reason "$file" "$hits")"
-done
+mapfile -t polling < <(printf '%s\n' "${tests[@]}" | grep -vx 'tests/support/eventually\.h')
+forbid_sleep "${polling[@]}"
 forbid 'a test runs or is deleted; it is never skipped' '\bGTEST_SKIP\b|\bDISABLED_' "${tests[@]}"
 
 mapfile -t scripts < <(printf '%s\n' "${texts[@]}" | grep -E '^(run$|\.ci/|scripts/|packaging/.*\.sh$)')
