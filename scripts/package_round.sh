@@ -18,10 +18,16 @@ if [ "$(missing_packages "${names[@]}" | wc -l)" -ne ${#names[@]} ]; then
     exit 1
 fi
 
-# Documents too, where a small system leaves them out.
+# Documents too, where a small system leaves them out. What is not as it was packed is only printed by
+# dpkg, which calls that a success.
 install_debs() {
+    local broken
     as_root dpkg --path-include='/usr/*' --install "${debs[@]}"
-    dpkg --verify "${names[@]}"
+    broken=$(dpkg --verify "${names[@]}")
+    [ -z "$broken" ] || {
+        echo "$broken"
+        return 1
+    }
 }
 
 remove_debs() {
@@ -82,8 +88,9 @@ find_completions() {
 
 # Every option is told in the manual.
 compare_manual() {
-    local option
-    for option in $(zucam-sim --help | grep -oE '(^|[ ,])--[a-z-]+' | tr -d ' ,' | sort -u); do
+    local options option
+    options=$(zucam-sim --help | grep -oE '(^|[ ,])--[a-z-]+' | tr -d ' ,' | sort -u)
+    for option in $options; do
         zgrep -qF -- "${option//-/\\-}" /usr/share/man/man1/zucam-sim.1.gz || {
             echo "zucam-sim.1 does not tell $option"
             return 1
@@ -95,7 +102,10 @@ compare_manual() {
 # is ten times the exposure that its own list of precautions leaves, out of 10.
 judge_unit() {
     local remarks
-    remarks=$(systemd-analyze --man=no verify zucam-record@door.service 2>&1)
+    remarks=$(systemd-analyze --man=no verify zucam-record@door.service 2>&1) || {
+        echo "$remarks"
+        return 1
+    }
     ! grep -F zucam-record <<<"$remarks" || return 1
     systemd-analyze security --offline=true --threshold=15 zucam-record@door.service
 }
