@@ -201,26 +201,38 @@ private:
             }
         }
         cameras_.tell({note_kind::close_books, 0, 0, 0, 0});
-        count_belongings(logins);
-        table_.push_back(read_figures(when, counted_, cameras_.ask()));
+        const belongings held = count_belongings(logins);
+        figures at_roll_call = read_figures(when, counted_, cameras_.ask());
+        at_roll_call.threads = held.threads;
+        at_roll_call.descriptors = held.descriptors;
+        table_.push_back(at_roll_call);
         print(table_.back());
     }
 
-    // Threads of events that have just been reported, and of workers that end, may still be there.
-    void count_belongings(std::size_t logins)
+    struct belongings {
+        int threads;
+        std::size_t descriptors;
+    };
+
+    // Threads of workers that end may still be there, and at any time a thread that reports an
+    // event, a heartbeat for instance. So what counts is that the process is seen once without
+    // them.
+    belongings count_belongings(std::size_t logins)
     {
         const int threads = threads_before_ + threads_of_a_login * static_cast<int>(logins);
         const std::size_t descriptors = descriptors_before_ + descriptors_of_a_login * logins;
+        belongings held = {};
         const bool accounted_for = support::eventually([&] {
-            return support::thread_count() <= threads &&
-                   support::open_descriptors().size() <= descriptors;
+            held = {support::thread_count(), support::open_descriptors().size()};
+            return held.threads <= threads && held.descriptors <= descriptors;
         });
         if (good() && !accounted_for) {
-            judged_.complain("at the roll call " + std::to_string(support::thread_count()) +
-                             " threads and " + std::to_string(support::open_descriptors().size()) +
+            judged_.complain("at the roll call " + std::to_string(held.threads) + " threads and " +
+                             std::to_string(held.descriptors) +
                              " descriptors, where the logins account for " +
                              std::to_string(threads) + " and " + std::to_string(descriptors));
         }
+        return held;
     }
 
     // Sent is received, plus what was lost with links.
