@@ -11,6 +11,7 @@
 #include <cmath>
 #include <fmt/format.h>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 namespace tool

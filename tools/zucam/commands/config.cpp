@@ -6,6 +6,7 @@
 #include "shared/records.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace tool
 {
@@ -184,10 +185,7 @@ void add_config(command_line& line)
                      "  zucam config set door presets 3=100,-50,2000 4=none\n"
                      "  zucam config set door 0x2001 01000000ff\n");
     add_shared(set, setting);
-    set.app()
-        .add_option("CHANGE", setting->changes, "KEY=VALUE ..., or the record's bytes in hex")
-        ->required()
-        ->type_name("");
+    set.positionals("CHANGE", setting->changes, "KEY=VALUE ..., or the record's bytes in hex");
     set.does([setting](toolbox& tools) { set_config(tools, *setting); });
 }
 

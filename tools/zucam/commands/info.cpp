@@ -7,6 +7,7 @@
 #include "shared/records.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace tool
 {

@@ -5,6 +5,7 @@
 #include "shared/frame_reader.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace tool
 {

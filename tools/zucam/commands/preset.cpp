@@ -5,6 +5,7 @@
 #include "shared/preset_records.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace tool
 {

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace tool
 {

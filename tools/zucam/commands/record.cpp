@@ -6,6 +6,7 @@
 #include "shared/frame_reader.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace tool
 {

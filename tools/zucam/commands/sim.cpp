@@ -75,10 +75,7 @@ void add_sim(command_line& line)
                            "  zucam sim\n"
                            "  zucam sim --codec h265 --size 640x360\n"
                            "  zucam sim --drop-after 10       (zucam sim --help tells all)\n");
-    sub.app().set_help_flag(); // zucam-sim has its own
-    sub.app().fallthrough(false);
-    sub.app().prefix_command();
-    sub.does([&app = sub.app()](toolbox& tools) { sim(tools, app.remaining()); });
+    sub.hands_on(sim);
 }
 
 } // namespace tool

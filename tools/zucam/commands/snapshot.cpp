@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -5,6 +5,7 @@
 
 #include "shared/exit_codes.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 
 namespace tool
@@ -118,17 +119,22 @@ command command::under(const std::string& name, const std::string& description,
     return {*sub, chosen_};
 }
 
-CLI::Option* command::positional(const std::string& name, std::string& into,
-                                 const std::string& description)
+void command::positional(const std::string& name, std::string& into, const std::string& description)
 {
-    return app_.add_option(name, into, description)->required()->type_name("");
+    app_.add_option(name, into, description)->required()->type_name("");
 }
 
-CLI::Option* command::option(const std::string& name, const std::string& shape,
-                             const std::string& description,
-                             const std::function<void(const std::string&)>& take)
+void command::positionals(const std::string& name, std::vector<std::string>& into,
+                          const std::string& description)
 {
-    return app_.add_option_function<std::string>(name, take, description)->type_name(shape);
+    app_.add_option(name, into, description)->required()->type_name("");
+}
+
+void command::option(const std::string& name, const std::string& shape,
+                     const std::string& description,
+                     const std::function<void(const std::string&)>& take)
+{
+    app_.add_option_function<std::string>(name, take, description)->type_name(shape);
 }
 
 void command::seconds(const std::string& name, std::optional<milliseconds>& into,
@@ -162,35 +168,41 @@ void command::takes(stream_choice& stream)
            });
 }
 
-CLI::App& command::app()
-{
-    return app_;
-}
-
 void command::does(action what)
 {
     app_.callback([&chosen = chosen_, what = std::move(what)] { chosen = what; });
 }
 
-command_line::command_line()
-    : app_("Shows whether a network camera works: watches, records and moves it.", "zucam")
+void command::hands_on(const std::function<void(toolbox&, std::vector<std::string>)>& to)
 {
-    app_.formatter(std::make_shared<command_formatter>());
-    app_.require_subcommand(0, 1); // none is refused in our own words
-    app_.fallthrough();
-    app_.set_help_flag("-h,--help", "what the command does and takes")->group(common_group);
-    app_.set_version_flag("--version", "zucam " ZUCAM_VERSION)->group("");
-    app_.footer("CAMERA is HOST[:PORT] (port 9000 unless told otherwise) or a name of the list of "
-                "cameras.\n`zucam COMMAND --help` has examples of each command.\n\n" +
-                exit_codes_text);
+    app_.set_help_flag();
+    app_.fallthrough(false);
+    app_.prefix_command();
+    does([&app = app_, to](toolbox& tools) { to(tools, app.remaining()); });
+}
+
+command_line::command_line()
+    : app_(std::make_unique<CLI::App>(
+          "Shows whether a network camera works: watches, records and moves it.", "zucam"))
+{
+    app_->formatter(std::make_shared<command_formatter>());
+    app_->require_subcommand(0, 1); // none is refused in our own words
+    app_->fallthrough();
+    app_->set_help_flag("-h,--help", "what the command does and takes")->group(common_group);
+    app_->set_version_flag("--version", "zucam " ZUCAM_VERSION)->group("");
+    app_->footer("CAMERA is HOST[:PORT] (port 9000 unless told otherwise) or a name of the list of "
+                 "cameras.\n`zucam COMMAND --help` has examples of each command.\n\n" +
+                 exit_codes_text);
     add_common_options();
 }
+
+command_line::~command_line() = default;
 
 void command_line::add_common_options()
 {
     const auto text = [this](const std::string& name, const std::string& shape,
                              const std::string& description, std::optional<std::string>& into) {
-        app_.add_option_function<std::string>(
+        app_->add_option_function<std::string>(
                 name, [&into](const std::string& given) { into = given; }, description)
             ->type_name(shape)
             ->group(common_group);
@@ -200,7 +212,7 @@ void command_line::add_common_options()
          options_.password);
     text("--cameras", "FILE", "list of cameras by name [~/.config/zucam/cameras]",
          options_.camera_list);
-    app_.add_option_function<std::string>(
+    app_->add_option_function<std::string>(
             "--timeout",
             [this](const std::string& given) {
                 options_.timeout = parse_seconds("--timeout", given);
@@ -208,28 +220,28 @@ void command_line::add_common_options()
             "how long to wait for an answer, or for video [5; video 20]")
         ->type_name("SECONDS")
         ->group(common_group);
-    app_.add_flag("--json", options_.manner.json, "one JSON object a line on standard output")
+    app_->add_flag("--json", options_.manner.json, "one JSON object a line on standard output")
         ->group(common_group);
-    app_.add_flag("-q,--quiet", options_.manner.quiet, "nothing on standard error but failures")
+    app_->add_flag("-q,--quiet", options_.manner.quiet, "nothing on standard error but failures")
         ->group(common_group);
-    app_.add_flag("-v,--verbose", options_.manner.verbose, "more about it; -vv: every step")
+    app_->add_flag("-v,--verbose", options_.manner.verbose, "more about it; -vv: every step")
         ->group(common_group);
 }
 
 command command_line::add(const std::string& name, const std::string& description,
                           const std::string& examples)
 {
-    CLI::App* const sub = app_.add_subcommand(name, description);
+    CLI::App* const sub = app_->add_subcommand(name, description);
     sub->footer(footer(examples));
     return {*sub, chosen_};
 }
 
 std::string command_line::refusal(const CLI::ParseError& error) const
 {
-    const parsed_command said = last_command(app_);
+    const parsed_command said = last_command(*app_);
     const bool is_about_words = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr ||
                                 dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
-    const std::string why = is_about_words ? wrong_word(said, app_.remaining(true)) : "";
+    const std::string why = is_about_words ? wrong_word(said, app_->remaining(true)) : "";
     return (why.empty() ? first_line(error.what()) : why) + "; see " + said.name + " --help";
 }
 
@@ -237,9 +249,9 @@ action command_line::parse(std::vector<std::string> arguments, console& out)
 {
     std::reverse(arguments.begin(), arguments.end()); // as CLI11 wants them
     try {
-        app_.parse(std::move(arguments));
+        app_->parse(std::move(arguments));
     } catch (const CLI::CallForHelp&) {
-        out.data(app_.help());
+        out.data(app_->help());
         return nullptr;
     } catch (const CLI::CallForVersion& version) {
         out.data(std::string(version.what()));
@@ -250,7 +262,7 @@ action command_line::parse(std::vector<std::string> arguments, console& out)
     out.set(options_.manner);
     if (!chosen_) {
         throw failure(exit_code::usage,
-                      "say what to do: " + commands_under(app_) + "; see zucam --help");
+                      "say what to do: " + commands_under(*app_) + "; see zucam --help");
     }
     return chosen_;
 }

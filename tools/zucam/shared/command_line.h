@@ -1,15 +1,21 @@
 // The command line: commands with their options, help and refusals. A command adds itself and
-// leaves behind what is to be done; that runs when the whole line has been understood.
+// leaves behind what is to be done; that runs when the whole line has been understood. The headers
+// of CLI11 are heavy, and command_line.cpp alone includes them.
 #pragma once
 
 #include "shared/options.h"
 #include "shared/values.h"
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
+
+namespace CLI
+{
+class App;
+class ParseError;
+} // namespace CLI
 
 namespace tool
 {
@@ -28,11 +34,11 @@ public:
     command under(const std::string& name, const std::string& description,
                   const std::string& examples);
 
-    CLI::Option* positional(const std::string& name, std::string& into,
-                            const std::string& description);
-    CLI::Option* option(const std::string& name, const std::string& shape,
-                        const std::string& description,
-                        const std::function<void(const std::string&)>& take);
+    void positional(const std::string& name, std::string& into, const std::string& description);
+    void positionals(const std::string& name, std::vector<std::string>& into,
+                     const std::string& description); // one or more, behind all others
+    void option(const std::string& name, const std::string& shape, const std::string& description,
+                const std::function<void(const std::string&)>& take);
     template <typename Number>
     void number(const std::string& name, Number& into, const number_range& range,
                 const std::string& description)
@@ -47,9 +53,11 @@ public:
     void takes(stream_choice& stream);
     void takes_number_of(stream_choice& stream); // its type does not matter
 
-    CLI::App& app();
     // What the command is there for. Runs after everything has been parsed.
     void does(action what);
+    // The same for a command that is another program: all words behind it, --help too, are for
+    // that.
+    void hands_on(const std::function<void(toolbox&, std::vector<std::string>)>& to);
 
 private:
     CLI::App& app_;
@@ -60,6 +68,7 @@ class command_line
 {
 public:
     command_line();
+    ~command_line();
     command add(const std::string& name, const std::string& description,
                 const std::string& examples);
 
@@ -74,7 +83,7 @@ private:
 
     common_options options_;
     action chosen_;
-    CLI::App app_;
+    const std::unique_ptr<CLI::App> app_;
 };
 
 } // namespace tool

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>

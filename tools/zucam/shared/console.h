@@ -10,7 +10,7 @@
 #include "shared/secrets.h"
 
 #include <mutex>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 

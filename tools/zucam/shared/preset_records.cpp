@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fmt/format.h>
 #include <iterator>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 namespace tool

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstring>
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace tool
 {

@@ -8,6 +8,7 @@
 
 #include <deque>
 #include <mutex>
+#include <nlohmann/json.hpp>
 
 namespace tool
 {
