@@ -130,9 +130,11 @@ TEST(ReceiverEnd, TheShutdownPipeGoesBeforeAnExceptionOnTheLoopbackSocket)
 TEST(ReceiverEnd, AClearedRunWordEndsItAtTheNextPass)
 {
     for (const int level : log_levels) {
+        const before_call waits("select");
         receiver_stand stand(level);
+        ASSERT_TRUE(eventually([&] { return waits.count() >= 1; })); // a pass is under way
         stand.user->msgrecver_run = 0;
-        stand.link.send(stream_data("KTVF", {})); // the pass under way is finished first
+        stand.link.send(stream_data("KTVF", {})); // it is finished first
         ASSERT_TRUE(stand.receiver_ended());
         EXPECT_EQ(stand.seen.block_count(), 1U);
         expect_log(stand, {exit_line("*")});
