@@ -111,12 +111,9 @@ tests_under_asan() {
         run_tests asan
 }
 
-# On the simulated machine one thread runs at a time, and each takes over from the last under a lock:
-# there is no race to be seen. So those tests are left out, and zucam, whose libraries are built
-# without this sanitizer; `cmake --preset tsan -DZU_TOOL=ON` has it built all the same.
 tests_under_tsan() {
     TSAN_OPTIONS=halt_on_error=0:exitcode=66:second_deadlock_stack=1 \
-        run_tests tsan -E '^(torture|fuzz)\.'
+        run_tests tsan
 }
 
 # Only what is compiled along can run under the memory sanitizer: programs in C, which need libc
