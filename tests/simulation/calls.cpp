@@ -5,6 +5,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/time.h>
 
 namespace sim
@@ -182,14 +183,17 @@ int sim_pthread_detach(pthread_t thread)
     return 0;
 }
 
-int sim_prctl(int, const char* name)
+int sim_prctl(int what, unsigned long value)
 {
     const entered c("prctl", FROM);
     if (c.fails()) {
         return -1;
     }
-    c.on.threads.name_thread(std::string(name).substr(0, 15));
-    return 0;
+    if (what == PR_SET_NAME) {
+        c.on.threads.name_thread(std::string(reinterpret_cast<const char*>(value)).substr(0, 15));
+        return 0;
+    }
+    return prctl(what, value); // the timer slack: of no consequence here, but it can be read back
 }
 
 int sim_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t*)

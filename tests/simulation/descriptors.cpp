@@ -16,8 +16,8 @@ bool descriptor::readable() const
     case kind::udp:
         return !datagrams.empty() || shut_for_reading || pending_error != 0;
     default:
-        return state == tcp_state::refused || state == tcp_state::fresh || !inbound.empty() ||
-               end_of_input || pending_error != 0 || shut_for_reading;
+        return state == tcp_state::refused || state == tcp_state::fresh ||
+               inbound.size() >= low_mark || end_of_input || pending_error != 0 || shut_for_reading;
     }
 }
 

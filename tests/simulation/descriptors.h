@@ -51,6 +51,7 @@ struct descriptor {
     bool end_of_input = false; // the device has shut its side down
     int pending_error = 0;
     bool urgent = false; // an urgent byte is there: the exceptional condition
+    size_t low_mark = 1; // fewer bytes are not worth telling
     micros send_limit = never;
     std::shared_ptr<connection> to;
     // both kinds of socket

@@ -13,6 +13,10 @@ namespace
 
 constexpr size_t header_size = 12;
 constexpr size_t frame_size = 300;
+constexpr size_t long_frame_size = 6000;
+constexpr size_t first_piece = 1000; // of a long frame, behind its header; then as much again
+constexpr micros between_pieces = 10 * milliseconds;
+constexpr micros long_pause = 2300 * milliseconds; // between the pieces of every fiftieth frame
 constexpr uint32_t heartbeat = 0x1021;
 constexpr uint32_t start_stream = 0x1001;
 constexpr uint32_t stop_stream = 0x1011;
@@ -47,12 +51,13 @@ bool take_message(std::string& from, message* out)
 
 bytes numbered_frame(uint32_t number)
 {
-    return text("KTVF") + le32(number) + pattern(frame_size, number);
+    return text("KTVF") + le32(number) +
+           pattern(number % 10 == 3 ? long_frame_size : frame_size, number);
 }
 
 bool is_numbered_frame(const bytes& body, uint32_t* number)
 {
-    if (body.size() != 8 + frame_size || word_at(body, 0) != word_at(text("KTVF"), 0)) {
+    if (body.size() < 8 || word_at(body, 0) != word_at(text("KTVF"), 0)) {
         return false;
     }
     *number = word_at(body, 4);
@@ -67,6 +72,7 @@ good_device::good_device(machine& machine_here, unsigned short port) : on(machin
 void good_device::connected(const connection_ref& link)
 {
     link->stalled = stalled;
+    behind.erase(link.get()); // of one that was there before it
     live.push_back(link);
     made++;
     if (made > 1 && !greeting.empty()) {
@@ -99,7 +105,14 @@ void good_device::reset_links()
 void good_device::send_to_all(const std::string& bytes)
 {
     for (const connection_ref& link : live) {
-        link->send(bytes);
+        send(link, bytes);
+    }
+}
+
+void good_device::send_urgent_to_all()
+{
+    for (const connection_ref& link : live) {
+        link->send_urgent();
     }
 }
 
@@ -146,7 +159,7 @@ void good_device::act_on(const connection_ref& link, const message& request)
     } else {
         reply = answer(request, 0);
     }
-    on.at(on.now() + answer_after, [link, reply] { link->send(characters(reply)); });
+    on.at(on.now() + answer_after, [this, link, reply] { send(link, characters(reply)); });
     if (request.type == start_stream && !streaming[link.get()]) {
         streaming[link.get()] = true;
         stream(link);
@@ -163,9 +176,48 @@ void good_device::stream(const connection_ref& link)
             streaming.erase(link.get());
             return;
         }
-        link->send(characters(make_message(0x1100, 0, numbered_frame(++frames))));
+        frames++;
+        send_frame(link, characters(make_message(0x1100, 0, numbered_frame(frames))));
         stream(link);
     });
+}
+
+void good_device::send_frame(const connection_ref& link, const std::string& message)
+{
+    if (message.size() < long_frame_size || behind.count(link.get()) != 0) {
+        send(link, message);
+        return;
+    }
+    // A header by itself leaves an empty read behind it, and then a link that is closed is not
+    // noticed for six seconds. So the first link has none.
+    const size_t first = made == 1 ? header_size + first_piece : header_size;
+    const size_t second = header_size + 2 * first_piece;
+    behind[link.get()];
+    link->send(message.substr(0, first));
+    on.at(on.now() + between_pieces,
+          [link, piece = message.substr(first, second - first)] { link->send(piece); });
+    const micros pause = frames % 50 == 13 ? long_pause : between_pieces;
+    on.at(on.now() + between_pieces + pause,
+          [this, link, rest = message.substr(second)] { end_of_frame(link, rest); });
+}
+
+void good_device::end_of_frame(const connection_ref& link, const std::string& rest)
+{
+    link->send(rest);
+    const std::string waiting = std::move(behind[link.get()]);
+    behind.erase(link.get());
+    link->send(waiting);
+}
+
+// Never into the midst of a frame.
+void good_device::send(const connection_ref& link, const std::string& message)
+{
+    const auto held = behind.find(link.get());
+    if (held == behind.end()) {
+        link->send(message);
+    } else {
+        held->second += message;
+    }
 }
 
 } // namespace sim

@@ -1,5 +1,6 @@
 // A device on a simulated machine that does everything right: answers each request, answers each
 // heartbeat, streams numbered frames once a stream has been started, and accepts whoever connects.
+// Every tenth frame is long and comes in pieces, now and then with seconds in between.
 #pragma once
 
 #include <map>
@@ -22,6 +23,7 @@ public:
     void drop_links();
     void reset_links();
     void send_to_all(const std::string& bytes);
+    void send_urgent_to_all();
     void greet_with(const std::string& bytes) // what is sent first on every link but the first
     {
         greeting = bytes;
@@ -51,10 +53,14 @@ public:
 private:
     void act_on(const connection_ref& link, const support::message& request);
     void stream(const connection_ref& link);
+    void send_frame(const connection_ref& link, const std::string& message);
+    void send(const connection_ref& link, const std::string& message);
+    void end_of_frame(const connection_ref& link, const std::string& rest);
 
     machine& on;
     std::vector<connection_ref> live;
     std::map<const connection*, bool> streaming;
+    std::map<const connection*, std::string> behind; // what waits for the end of a frame in pieces
     std::map<uint32_t, int> seen;
     bool silent = false;
     bool stalled = false;

@@ -1,9 +1,11 @@
 // The calls of sockets. See calls.h.
 #include "calls.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -40,11 +42,13 @@ int take_error(const descriptor_ref& socket)
 ssize_t receive_tcp(const entered& c, const descriptor_ref& socket, void* into, size_t room,
                     int flags)
 {
-    if (!socket->readable() && ((flags & MSG_DONTWAIT) != 0)) {
+    const bool there = socket->readable() || !socket->inbound.empty(); // below the mark too
+    if (!there && ((flags & MSG_DONTWAIT) != 0)) {
         return c.fail(EAGAIN);
     }
-    block_until(c, "recv", socket, [&] { return socket->readable(); });
+    block_until(c, "recv", socket, [&] { return there || socket->readable(); });
     if (!socket->inbound.empty()) {
+        socket->urgent = false; // a read passes its mark
         return take(socket->inbound, into, room);
     }
     if (socket->pending_error != 0) {
@@ -171,6 +175,11 @@ int sim_setsockopt(int fd, int level, int name, const void* value, socklen_t)
         memcpy(&time, value, sizeof(time));
         socket->send_limit = time.tv_sec * seconds + time.tv_usec;
     }
+    if (level == SOL_SOCKET && name == SO_RCVLOWAT) {
+        int mark;
+        memcpy(&mark, value, sizeof(mark));
+        socket->low_mark = static_cast<size_t>(mark);
+    }
     return 0;
 }
 
@@ -203,6 +212,54 @@ ssize_t sim_recv(int fd, void* into, size_t room, int flags)
     unsigned short from = 0;
     return socket->is == kind::udp ? receive_udp(c, socket, into, c.limited(room), &from)
                                    : receive_tcp(c, socket, into, c.limited(room), flags);
+}
+
+// Fills the parts one after the other.
+ssize_t sim_recvmsg(int fd, msghdr* message, int flags)
+{
+    const entered c("recvmsg", FROM);
+    const descriptor_ref socket = c.fails() ? nullptr : c.find(fd);
+    if (socket == nullptr) {
+        return -1;
+    }
+    size_t room = 0;
+    for (size_t i = 0; i < message->msg_iovlen; i++) {
+        room += message->msg_iov[i].iov_len;
+    }
+    std::string bytes(std::min(c.limited(room), socket->inbound.size() + 1), '\0');
+    const ssize_t count = receive_tcp(c, socket, bytes.data(), bytes.size(), flags);
+    size_t done = 0;
+    for (size_t i = 0; i < message->msg_iovlen && static_cast<ssize_t>(done) < count; i++) {
+        const size_t part =
+            std::min(message->msg_iov[i].iov_len, static_cast<size_t>(count) - done);
+        memcpy(message->msg_iov[i].iov_base, bytes.data() + done, part);
+        done += part;
+    }
+    return count;
+}
+
+// A look without waiting at one descriptor.
+int sim_poll(pollfd* watch, nfds_t, int)
+{
+    const entered c("poll", FROM);
+    const descriptor_ref one = c.fails() ? nullptr : c.find(watch->fd);
+    if (one == nullptr) {
+        return -1;
+    }
+    const int there = (one->readable() ? POLLIN : 0) | (one->exceptional() ? POLLPRI : 0);
+    watch->revents = static_cast<short>(there & watch->events);
+    return watch->revents == 0 ? 0 : 1;
+}
+
+int sim_ioctl(int fd, unsigned long, int* queued) // FIONREAD
+{
+    const entered c("ioctl", FROM);
+    const descriptor_ref socket = c.fails() ? nullptr : c.find(fd);
+    if (socket == nullptr) {
+        return -1;
+    }
+    *queued = static_cast<int>(socket->inbound.size());
+    return 0;
 }
 
 ssize_t sim_recvfrom(int fd, void* into, size_t room, int, sockaddr* address, socklen_t*)

@@ -194,7 +194,7 @@ void life::be_moody(good_device& device, unsigned short port)
 {
     for (unsigned i = 0; i < is.moody_devices; i++) {
         here.at(here.now() + d.up_to(30 * seconds), [this, &device, port] {
-            switch (d.below(8)) {
+            switch (d.below(9)) {
             case 0:
                 here.answer(port, answer_to_connect::refuse);
                 break;
@@ -216,6 +216,9 @@ void life::be_moody(good_device& device, unsigned short port)
             case 6:
                 device.set_silent(true);
                 break;
+            case 7:
+                device.send_urgent_to_all();
+                return;
             default:
                 device.drop_links();
                 return;

@@ -187,7 +187,7 @@ void player::use()
     here.let_pass(4 * seconds); // long enough for a heartbeat
     device.drop_links();
     const size_t before = out.frames;
-    here.wait([&] { return out.frames > before + 2; }, 6 * seconds);
+    here.wait([&] { return out.frames > before + 4; }, 6 * seconds);
     CALL(ZU_NET_DEV_StopStream(handle));
 }
 
