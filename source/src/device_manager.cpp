@@ -14,6 +14,7 @@
 #include "log.h"
 #include "msg_receiver.h"
 #include "msg_sender.h"
+#include "rough_pause.h"
 #include "stream_control.h"
 #include "tcp_link.h"
 
@@ -239,7 +240,7 @@ bool supervise(const zu_sdk_user* user)
             user->msgsender_started == 0) {
             return true;
         }
-        usleep(supervision_poll_us);
+        rough_pause(supervision_poll_us);
     }
     return false;
 }

@@ -2,6 +2,7 @@
 // workers that end, and the end of the device manager itself.
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 
 #include "device_manager.h"
 #include "login_kit.h"
@@ -252,3 +253,21 @@ TEST_P(FailedStart, IsToldAtTheErrorLevelsAndALostLinkAtEveryLevel)
 }
 
 INSTANTIATE_TEST_SUITE_P(Told, FailedStart, all_levels(), level_name);
+
+TEST_F(Workers, InheritNothingOfTheManagersRoughPauses)
+{
+    const int own = prctl(PR_GET_TIMERSLACK);
+    std::atomic<int> rough{0};
+    std::atomic<int> inherited{0};
+    {
+        const auto is_rough = [own] { return prctl(PR_GET_TIMERSLACK) != own ? 1 : 0; };
+        const before_call pauses("usleep", [&] { rough += is_rough(); });
+        const before_call creations("pthread_create", [&] { inherited += is_rough(); });
+        EXPECT_TRUE(eventually([&] { return rough > 0; })); // the link is up, and watched
+        drop(*device);
+        ASSERT_TRUE(login->seen.wait_for_event(ZU_NET_DEV_CONNECTED));
+        EXPECT_GE(creations.count(), 4); // two workers, two events
+        EXPECT_EQ(login->log_out(), 0);
+    }
+    EXPECT_EQ(inherited, 0);
+}
