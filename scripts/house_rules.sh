@@ -16,9 +16,9 @@ breach() {
 }
 
 # The rooms of the library from the ground up: a file includes only rooms above it in this list.
-rooms=(zu_net_dev_msg log fd_wait rough_pause tcp_link link sdk_user event_handler msg_dispatch
-    msg_receiver msg_sender request_channel stream_control settings ptz device_manager login ping
-    zu_net_dev_api)
+rooms=(zu_net_dev_msg log fd_wait rough_pause tcp_link link read_ahead sdk_user event_handler
+    msg_dispatch msg_receiver msg_sender request_channel stream_control settings ptz device_manager
+    login ping zu_net_dev_api)
 
 # code_lines PATTERN FILE...: where the Perl pattern matches a line of code, as FILE:LINE. Comments do not
 # count; texts in quotes are passed over whole, so that nothing in them counts as a comment's begin.

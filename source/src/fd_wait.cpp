@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <poll.h>
 #include <sys/select.h>
 
 namespace
@@ -108,4 +109,21 @@ int fd_wait(fd_watch* watches, int count, timeval* timeout)
         take(exceptional, watches[i], fd_exceptional);
     }
     return ret;
+}
+
+// An end of the connection and an error count as readable, as they do for `select`.
+int fd_look(int fd, unsigned char wanted)
+{
+    const int before = errno;
+    pollfd watch = {fd, 0, 0};
+    watch.events |= (wanted & fd_readable) != 0 ? POLLIN : 0;
+    watch.events |= (wanted & fd_exceptional) != 0 ? POLLPRI : 0;
+    const int ret = poll(&watch, 1, 0);
+    errno = before;
+    if (ret == -1) {
+        return -1;
+    }
+    const bool readable = (watch.revents & (POLLIN | POLLERR | POLLHUP | POLLNVAL)) != 0;
+    const bool exceptional = (watch.revents & POLLPRI) != 0;
+    return ((readable ? fd_readable : 0) | (exceptional ? fd_exceptional : 0)) & wanted;
 }

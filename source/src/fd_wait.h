@@ -13,6 +13,7 @@ enum fd_condition : unsigned char {
     fd_readable = 1,
     fd_writable = 2,
     fd_exceptional = 4,
+    fd_readable_or_exceptional = fd_readable | fd_exceptional,
 };
 
 // One descriptor to wait for: what is wanted of it and, after the wait, what of that is there.
@@ -26,3 +27,8 @@ struct fd_watch {
 // leaves errno as it left it; `timeout` is reduced to the time that remained. After 0 or -1 no
 // watch is ready.
 int fd_wait(fd_watch* watches, int count, timeval* timeout);
+
+// Which of the wanted conditions of one descriptor are there right now, or -1 when that can't be
+// told; errno stays. Whoever waits for an exceptional condition is woken by everything that arrives
+// on the descriptor, so who need not know at once looks instead.
+int fd_look(int fd, unsigned char wanted);

@@ -24,6 +24,7 @@ device_link* link_open(link_pool& pool, int ext_sock)
     link->holders = 1;
     link->ext_shut = false;
     link->int_shut = false;
+    link->urgent_data = false;
     link->ext_sock = ext_sock;
     link->int_sock = -1;
     return link;

@@ -17,6 +17,9 @@ struct device_link {
     std::atomic<int> holders;
     std::atomic<bool> ext_shut; // the marks
     std::atomic<bool> int_shut;
+    // Noticed by the receiver on ext_sock, which it reads; ends the sender, which would be woken by
+    // all that arrives there if it waited for this itself.
+    std::atomic<bool> urgent_data;
     int ext_sock;              // written before the link is shared
     std::atomic<int> int_sock; // -1 until the device manager has built it
 };

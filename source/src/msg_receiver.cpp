@@ -1,5 +1,8 @@
 // Bytes in: waiting, reading, cutting into messages. See msg_receiver.h.
 //
+// A wait is followed by as many messages as the read behind it has brought (read_ahead.h); before
+// each of them msgrecver_run is looked at.
+//
 // Everything here runs on the receiver thread. `pass` and the functions below it answer whether the
 // thread goes on; `ret` then holds the number for the exit line.
 //
@@ -12,7 +15,6 @@
 #include <cstring>
 #include <ctime>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include "fd_wait.h"
@@ -26,33 +28,23 @@ namespace
 constexpr char who[] = "sdk_msgrecver_main";
 constexpr int header_size = sizeof(zu_sdk_msg_head);
 constexpr int silence_limit_s = 6;   // without a byte: the link is given up
+constexpr int look_interval_s = 1;   // at what comes below a mark
 constexpr int suspicion_limit_s = 3; // from here on the socket is asked for its error
 constexpr int drained_body_max = 16 * 1024 * 1024;
 constexpr useconds_t exit_pause_us = 20000;
 
 struct receiver {
     inbox in;
+    read_ahead from;
     int ext_sock;
-    int int_sock;
     int pipe;
     time_t last_time;  // when ext_sock was last found readable
     timeval timeout;   // what the last wait left of its six seconds
     bool body_pending; // a body is only partly read
     int got;           // bytes of it
+    int quiet_looks;   // in a row, that found nothing below the mark
     int ret;           // result of the last call, for the exit line
 };
-
-// What a read came to. A link that was shut down meanwhile makes a failed or empty read look as if
-// its descriptor had been closed. errno is unchanged by anything but the read itself.
-int recv_some(const receiver& r, char* into, int room)
-{
-    const int ret = static_cast<int>(recv(r.ext_sock, into, room, MSG_DONTWAIT));
-    if (ret <= 0 && link_is_shut(r.in.link)) {
-        errno = EBADF;
-        return -1;
-    }
-    return ret;
-}
 
 // The message is complete; `ret` tells when that ends the thread.
 bool act(receiver& r)
@@ -106,7 +98,7 @@ bool read_header(receiver& r)
 {
     int got = 0;
     while (got < header_size) {
-        r.ret = recv_some(r, r.in.user->msgrecver_buf + got, header_size - got);
+        r.ret = read_ahead_take(r.from, r.in.user->msgrecver_buf + got, header_size - got);
         const int error = errno;
         if (r.ret > 0) {
             got += r.ret;
@@ -136,6 +128,14 @@ bool body_read_failed(receiver& r, int error)
     return true;
 }
 
+// A response's count is logged when it is relayed, so it has to be that of a plain read; for the
+// others the block's part will do.
+int take_body(receiver& r, char* into, int room)
+{
+    return r.in.head()->type == ZU_SDK_MSG_STREAM_DATA ? read_ahead_take(r.from, into, room)
+                                                       : read_ahead_take_all(r.from, into, room);
+}
+
 // Reads once more of the body. One that the buffer can't hold is read and dropped, each piece over
 // the one before, so that the stream stays in step.
 bool read_body(receiver& r)
@@ -144,7 +144,7 @@ bool read_body(receiver& r)
     const bool dropped = len > msgrecver_body_max;
     const int lacking = len - r.got;
     char* into = dropped ? r.in.body() : r.in.body() + r.got;
-    r.ret = recv_some(r, into, lacking < msgrecver_body_max ? lacking : msgrecver_body_max);
+    r.ret = take_body(r, into, lacking < msgrecver_body_max ? lacking : msgrecver_body_max);
     if (r.ret <= 0) {
         return body_read_failed(r, errno);
     }
@@ -207,14 +207,67 @@ bool wait_timed_out(receiver& r)
     return false;
 }
 
-// One pass: wait, then one call for the thing that has happened.
-bool pass(receiver& r)
+// Bytes that a low-water mark may be set for: those lacking of stream data, which a frame's pieces
+// would otherwise announce one by one.
+int awaited_bytes(const receiver& r)
 {
-    fd_watch watches[] = {
-        {r.ext_sock, fd_readable, 0}, {r.pipe, fd_readable, 0}, {r.int_sock, fd_exceptional, 0}};
-    const auto& [ext_sock, pipe, int_sock] = watches;
-    r.timeout = {silence_limit_s, 0};
-    r.ret = fd_wait(watches, 3, &r.timeout);
+    const zu_sdk_msg_head* head = r.in.head();
+    return r.body_pending && head->type == ZU_SDK_MSG_STREAM_DATA ? head->len - r.got : 0;
+}
+
+bool read_on(receiver& r)
+{
+    r.last_time = time(nullptr);
+    return r.body_pending ? read_body(r) : read_message(r);
+}
+
+bool found_readable(receiver& r)
+{
+    r.quiet_looks = 0;
+    read_ahead_ready(r.from);
+    return read_on(r);
+}
+
+// A second has passed below the mark. Bytes that have come meanwhile are as good as any; six
+// seconds in a row without are what one wait of six seconds would have been.
+bool look_below_mark(receiver& r)
+{
+    if (read_ahead_arrived(r.from) > 0) {
+        return found_readable(r);
+    }
+    if (++r.quiet_looks < silence_limit_s) {
+        return true;
+    }
+    r.quiet_looks = 0;
+    return wait_timed_out(r);
+}
+
+// The wait itself. Urgent data is noted on the way: it is the sender's, so it ends no wait and does
+// not count among what has been found.
+int wait_and_note(receiver& r, fd_watch (&watches)[2])
+{
+    fd_watch& ext_sock = watches[0];
+    for (;;) {
+        ext_sock.wanted = r.in.link->urgent_data ? fd_readable : fd_readable_or_exceptional;
+        const int ret = fd_wait(watches, 2, &r.timeout);
+        if ((ext_sock.ready & fd_exceptional) == 0) {
+            return ret;
+        }
+        r.in.link->urgent_data = true;
+        if (ret > 1) {
+            return ret - 1;
+        }
+    }
+}
+
+// Waits, then one call for the thing that has happened.
+bool wait(receiver& r)
+{
+    const bool marked = read_ahead_expect(r.from, awaited_bytes(r)) > 1;
+    r.timeout = {marked ? look_interval_s : silence_limit_s, 0};
+    fd_watch watches[] = {{r.ext_sock, fd_readable, 0}, {r.pipe, fd_readable, 0}};
+    const auto& [ext_sock, pipe] = watches;
+    r.ret = wait_and_note(r, watches);
     if (link_is_shut(r.in.link)) {
         r.ret = -1;
     }
@@ -227,18 +280,21 @@ bool pass(receiver& r)
                  "Receiver thread received shutdown signal. Exiting.\n");
         return false;
     }
-    if (int_sock.ready != 0) {
+    if (fd_look(r.in.link->int_sock, fd_exceptional) == fd_exceptional) {
+        r.ret++; // counts like what the wait has found
         LOG_ERROR(who, "int_sock exception happened!\n");
         return false;
     }
     if (r.ret == 0) {
-        return wait_timed_out(r);
+        return marked ? look_below_mark(r) : wait_timed_out(r);
     }
-    if (ext_sock.ready == 0) {
-        return true;
-    }
-    r.last_time = time(nullptr);
-    return r.body_pending ? read_body(r) : read_message(r);
+    return ext_sock.ready == 0 || found_readable(r);
+}
+
+// What has been read ahead counts as found readable.
+bool pass(receiver& r)
+{
+    return read_ahead_empty(r.from) ? wait(r) : read_on(r);
 }
 
 } // namespace
@@ -253,7 +309,7 @@ void* sdk_msgrecver_main(void* sdk_user)
     receiver r = {};
     r.in.user = user;
     r.in.link = user->worker_link;
-    r.int_sock = r.in.link->int_sock;
+    read_ahead_open(r.from, r.in.link, user->msgrecver_ahead);
     r.ext_sock = r.in.link->ext_sock;
     r.pipe = user->shutdown_pipe_recver[0];
     user->msgrecver_started = 1;

@@ -246,7 +246,7 @@ TEST(ReceiverEnd, AResetBetweenMessagesEndsIt)
 TEST(ReceiverEnd, AnyOtherErrorOfAHeaderReadEndsIt)
 {
     for (const int error_number : {ENOTCONN, ETIMEDOUT, ENOMEM, EBADF}) {
-        fault failing("recv", error_number, 1, 1);
+        fault failing("recvmsg", error_number, 1, 1);
         failing.on_thread(receiver_name);
         receiver_stand stand(2);
         stand.link.send(heartbeat_answer());
@@ -297,10 +297,12 @@ TEST(ReceiverEnd, AResetInsideABodyEndsIt)
 
 TEST(ReceiverEnd, AnyOtherErrorOfABodyReadEndsIt)
 {
-    fault failing("recv", ENOMEM, 2, 1);
+    fault failing("recvmsg", ENOMEM, 2, 1);
     failing.on_thread(receiver_name);
     receiver_stand stand(2);
-    stand.link.send(stream_data("KTVF", {}));
+    stand.link.send(make_message(0x1100, 1000, 0, pattern(10)));
+    ASSERT_TRUE(all_read(stand));
+    stand.link.send(pattern(10));
     ASSERT_TRUE(stand.receiver_ended());
     EXPECT_EQ(stand.seen.block_count(), 0U);
     expect_log(stand, {error("Disconnected (body recv)! recv error: Cannot allocate memory "

@@ -57,6 +57,16 @@ inline bool all_read(const worker_stand& stand)
     });
 }
 
+// Has all of that reached the receiver's socket, whether it has read it or not?
+inline bool all_arrived(const worker_stand& stand)
+{
+    return eventually([&] {
+        int on_the_way = 1;
+        ioctl(stand.link.socket(), SIOCOUTQ, &on_the_way);
+        return on_the_way == 0;
+    });
+}
+
 inline bytes heartbeat_answer()
 {
     return hex("22 10 00 00  00 00 00 00  00 00 00 00");
@@ -69,6 +79,17 @@ inline bool takes_a_frame(receiver_stand& stand)
     const bytes body = text("KTVF") + pattern(100, static_cast<unsigned>(before));
     return stand.link.send(make_message(0x1100, 0, body)) &&
            stand.seen.wait_for_blocks(before + 1) && stand.seen.blocks().back().body == body;
+}
+
+// The same by two reads: the header and a byte, and after a wait the rest.
+inline bool takes_a_frame_in_two(receiver_stand& stand)
+{
+    const size_t before = stand.seen.block_count();
+    const bytes whole = make_message(0x1100, 0, text("KTVF") + pattern(100));
+    return stand.link.send(bytes(whole.begin(), whole.begin() + 13)) && all_read(stand) &&
+           stand.link.send(bytes(whole.begin() + 13, whole.end())) &&
+           stand.seen.wait_for_blocks(before + 1) &&
+           stand.seen.blocks().back().body == bytes(whole.begin() + 12, whole.end());
 }
 
 // A callback's waiting place: the test sees that one has arrived and lets it go on.

@@ -125,14 +125,14 @@ TEST(ReceiverMarkedLink, DropsABodyThatWasReadAfterTheMark)
     loopback_socket caller;
     receiver_stand stand(1);
     EXPECT_TRUE(takes_a_frame(stand));
-    std::atomic<int> reads{0};
-    const before_call mark("recv", [&] {
-        if (++reads == 2) { // the header has been read, the body is there
-            link_shut_int(stand.user->link);
-        }
+    std::atomic<bool> marked{false};
+    const before_call mark("recvmsg", [&] {
+        link_shut_int(stand.user->link);
+        marked = true;
     });
-    // The frame behind it wakes the next wait.
     stand.link.send(make_message(0x1002, caller.wait_port(), le32(0)) + stream_data("KTVF", {}));
+    ASSERT_TRUE(eventually([&] { return marked.load(); }));
+    stand.link.send(stream_data("KTVF", {})); // wakes the next wait
     ASSERT_TRUE(stand.receiver_ended());
     EXPECT_EQ(stand.seen.block_count(), 1U);
     EXPECT_FALSE(caller.receive(std::chrono::milliseconds(0)));
@@ -154,11 +154,11 @@ TEST(ReceiverMarkedLink, EndsASpinInsideAHeader)
 
 TEST(ReceiverMarkedLink, EndsASpinOnAConnectionThatThePeerHasClosed)
 {
-    fault no_body_yet("recv", EAGAIN, 2, 1);
+    fault no_body_yet("recvmsg", EAGAIN, 2, 1);
     no_body_yet.on_thread(receiver_name);
     receiver_stand stand(1);
-    EXPECT_TRUE(takes_a_frame(stand));
-    const before_call reads("recv");
+    EXPECT_TRUE(takes_a_frame_in_two(stand));
+    const before_call reads("recvmsg");
     stand.link.close();
     ASSERT_TRUE(eventually([&] { return reads.count() >= 2; }));
     link_shut_ext(stand.user->link);
@@ -170,7 +170,7 @@ TEST(ReceiverMarkedLink, EndsAHeaderThatTheWaitHadPromised)
 {
     receiver_stand stand(1);
     EXPECT_TRUE(takes_a_frame(stand));
-    const before_call mark("recv", [&] { link_shut_ext(stand.user->link); });
+    const before_call mark("recvmsg", [&] { link_shut_ext(stand.user->link); });
     stand.link.close();
     ASSERT_TRUE(stand.receiver_ended());
     expect_log(stand, {bad_descriptor_header_line, header_break_line});
@@ -191,9 +191,9 @@ TEST(ReceiverMarkedLink, FailsABodyReadThatFindsNothing)
 {
     for (const int level : log_levels) {
         receiver_stand stand(level);
-        std::atomic<int> reads{0};
-        const before_call mark("recv", [&] {
-            if (++reads == 2) { // the header has been read, the body is not there
+        std::atomic<int> looks{0};
+        const before_call mark("poll", [&] {
+            if (++looks == 2) { // the header has been read, the body is not there
                 link_shut_ext(stand.user->link);
             }
         });

@@ -138,33 +138,64 @@ TEST(ReceiverReading, GoesBackToTheWaitWhenTheBodyIsNotThereYet)
     expect_log_until_shut_down(stand, {trace(again_line)});
 }
 
-TEST(ReceiverReading, AsksForTheBodyRightAfterItsHeader)
+namespace
 {
-    std::mutex guard;
-    std::string steps; // w: a wait, r: a read
-    const auto note = [&](char step) {
+
+// What the receiver does, a character each: w, a wait; l, a look; r, a read.
+class watched_steps
+{
+public:
+    bool show(const std::string& expected) const
+    {
+        return eventually([&] {
+            const std::lock_guard<std::mutex> lock(guard);
+            return steps.find(expected) != std::string::npos;
+        });
+    }
+
+private:
+    void note(char step)
+    {
         const std::lock_guard<std::mutex> lock(guard);
         steps += step;
-    };
-    const before_call waits("select", [&] { note('w'); });
-    const before_call reads("recv", [&] { note('r'); });
+    }
+
+    mutable std::mutex guard;
+    std::string steps;
+    const before_call waits{"select", [this] { note('w'); }};
+    const before_call looks{"poll", [this] { note('l'); }};
+    const before_call reads{"recvmsg", [this] { note('r'); }};
+};
+
+} // namespace
+
+TEST(ReceiverReading, TakesAMessageThatIsThereByOneRead)
+{
+    const watched_steps steps;
     receiver_stand stand;
     EXPECT_TRUE(takes_a_frame(stand));
-    EXPECT_TRUE(eventually([&] {
-        const std::lock_guard<std::mutex> lock(guard);
-        return steps.find("wrrw") != std::string::npos;
-    }));
+    EXPECT_TRUE(steps.show("wlrw")); // the look is at the loopback socket
 }
 
-TEST(ReceiverReading, WaitsForBothSocketsAndThePipeForSixSeconds)
+TEST(ReceiverReading, AsksForTheBodyRightAfterAHeaderThatCameByItself)
+{
+    const watched_steps steps;
+    receiver_stand stand;
+    const bytes whole = stream_data("KTVF", pattern(30));
+    stand.link.send(bytes(whole.begin(), whole.begin() + 12));
+    EXPECT_TRUE(steps.show("wlrlw")); // that nothing is there takes no read to tell
+    stand.link.send(bytes(whole.begin() + 12, whole.end()));
+    EXPECT_TRUE(stand.seen.wait_for_blocks(1));
+}
+
+TEST(ReceiverReading, WaitsForTheDeviceAndThePipeForSixSeconds)
 {
     receiver_stand stand;
     ASSERT_TRUE(takes_a_frame(stand));
     const before_call waits("select");
     ASSERT_TRUE(takes_a_frame(stand));
     ASSERT_TRUE(eventually([&] { return waits.count() >= 1; }));
-    const int highest = std::max({stand.user->ext_sock.load(), stand.user->int_sock.load(),
-                                  stand.user->shutdown_pipe_recver[0]});
+    const int highest = std::max(stand.user->ext_sock.load(), stand.user->shutdown_pipe_recver[0]);
     EXPECT_EQ(last_select().descriptor_count, highest + 1);
     EXPECT_EQ(last_select().timeout.tv_sec, 6);
     EXPECT_EQ(last_select().timeout.tv_usec, 0);
@@ -176,10 +207,10 @@ namespace
 void expect_body_read_is_retried(int error_number, const std::string& line)
 {
     for (const int level : log_levels) {
-        fault failing("recv", error_number, 2, 1);
+        fault failing("recvmsg", error_number, 2, 1);
         failing.on_thread(receiver_name);
         receiver_stand stand(level);
-        EXPECT_TRUE(takes_a_frame(stand));
+        EXPECT_TRUE(takes_a_frame_in_two(stand));
         EXPECT_EQ(failing.hits(), 1);
         expect_log_until_shut_down(stand, {trace(line)});
     }
@@ -200,7 +231,7 @@ TEST(ReceiverReading, RetriesABodyReadThatIsInterrupted)
 TEST(ReceiverReading, RetriesAHeaderReadWithoutALineAndWithoutWaiting)
 {
     for (const int error_number : {EINTR, EAGAIN}) {
-        fault failing("recv", error_number, 1, 5);
+        fault failing("recvmsg", error_number, 1, 5);
         failing.on_thread(receiver_name);
         receiver_stand stand(2);
         EXPECT_TRUE(takes_a_frame(stand));

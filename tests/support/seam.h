@@ -4,9 +4,9 @@
 // (CMake renames them in the archive); calls of the test kit and of the tests do not. Without a
 // fault the seam passes every call on.
 //
-//     bind connect fcntl getsockname getsockopt gettimeofday localtime_r mmap munmap pipe
-//     pthread_create pthread_mutex_init read recv recvfrom select send sendto socket time usleep
-//     vfork write
+//     bind connect fcntl getsockname getsockopt gettimeofday ioctl localtime_r mmap munmap pipe
+//     poll pthread_create pthread_mutex_init read recv recvfrom recvmsg select send sendto
+//     setsockopt socket time usleep vfork write
 #pragma once
 
 #include <atomic>
@@ -77,7 +77,8 @@ private:
     const std::shared_ptr<watch> own;
 };
 
-// The most that a call of recv by the library has asked for since this was made. One at a time.
+// The most that a call of recvmsg by the library had room for where it was wanted, since this was
+// made; what it reads ahead does not count. One at a time.
 class largest_recv
 {
 public:

@@ -324,3 +324,66 @@ TEST_P(FdWaitBits, HaveAPlaceForTheNumberInEachSet)
 INSTANTIATE_TEST_SUITE_P(Descriptor, FdWaitBits,
                          testing::Values(63, 64, 65, 1023, 1024, 1025, 4096, 16000, 65535),
                          testing::PrintToStringParamName());
+
+// ---- a look ----
+
+namespace
+{
+
+constexpr unsigned char both = fd_readable_or_exceptional;
+
+bool shows(int fd, int conditions)
+{
+    return eventually([&] { return fd_look(fd, both) == conditions; });
+}
+
+} // namespace
+
+TEST(FdLook, FindsNothingWhereNothingIs)
+{
+    connection link;
+    EXPECT_EQ(fd_look(link.sock, both), 0);
+}
+
+TEST(FdLook, FindsDataAndAnUrgentByteAndBoth)
+{
+    connection link;
+    link.end.send_urgent('!');
+    EXPECT_TRUE(shows(link.sock, fd_exceptional));
+    connection other;
+    other.end.send(text("x"));
+    EXPECT_TRUE(shows(other.sock, fd_readable));
+    other.end.send_urgent('!');
+    EXPECT_TRUE(shows(other.sock, both));
+}
+
+TEST(FdLook, FindsWhatIsWantedAlone)
+{
+    connection link;
+    link.end.send(text("x"));
+    link.end.send_urgent('!');
+    ASSERT_TRUE(shows(link.sock, both));
+    EXPECT_EQ(fd_look(link.sock, fd_readable), fd_readable);
+    EXPECT_EQ(fd_look(link.sock, fd_exceptional), fd_exceptional);
+}
+
+TEST(FdLook, TakesAnEndAndAnErrorForReadable)
+{
+    connection link;
+    link.end.close();
+    EXPECT_TRUE(shows(link.sock, fd_readable));
+    connection other;
+    other.end.reset();
+    EXPECT_TRUE(shows(other.sock, fd_readable));
+    EXPECT_EQ(fd_look(other.sock, fd_exceptional), 0);
+    EXPECT_EQ(fd_look(9999, fd_readable), fd_readable); // a read will tell that there is none
+}
+
+TEST(FdLook, SaysWhenItCannotTellAndLeavesErrnoAlone)
+{
+    connection link;
+    const fault failing("poll", ENOMEM);
+    errno = EAGAIN;
+    EXPECT_EQ(fd_look(link.sock, both), -1);
+    EXPECT_EQ(errno, EAGAIN);
+}

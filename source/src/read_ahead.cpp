@@ -1,0 +1,138 @@
+// Reading ahead. See read_ahead.h.
+//
+// Runs on the receiver thread. The calls that are made here beside the reads leave errno alone:
+// what a later empty read means may be decided by an errno from long before.
+#include "read_ahead.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+#include "fd_wait.h"
+
+namespace
+{
+
+constexpr int worth_a_mark = 4096;       // less comes in one or two pieces anyway
+constexpr int highest_mark = 256 * 1024; // more is better fetched while it is in the caches
+
+// A read that brought all it had room for has most likely left more behind, and then there is
+// nothing to wait for.
+int mark_for(const read_ahead& in, int lacking)
+{
+    if (!in.came_short) {
+        return in.mark <= lacking ? in.mark : 1;
+    }
+    if (lacking < worth_a_mark) {
+        return 1;
+    }
+    return lacking < highest_mark ? lacking : highest_mark;
+}
+
+int take_from_block(read_ahead& in, char* into, int room)
+{
+    const int count = room < in.end - in.begin ? room : in.end - in.begin;
+    memcpy(into, in.block + in.begin, count);
+    in.begin += count;
+    return count;
+}
+
+// Looks at a socket that no wait has looked at: notes urgent data, and tells when a read would find
+// nothing. Such a read may not be made, because urgent data that arrives just before it would be
+// passed by it unseen; behind other bytes a read stops at it.
+bool nothing_to_read(const read_ahead& in)
+{
+    const int found = fd_look(in.link->ext_sock, fd_readable_or_exceptional);
+    if (found == -1) {
+        return false;
+    }
+    if ((found & fd_exceptional) != 0) {
+        in.link->urgent_data = true;
+    }
+    return (found & fd_readable) == 0 && in.mark == 1; // bytes below a mark would not show
+}
+
+// Reads from the socket, like a recv; right after a wait, into the block as well.
+int read_socket(read_ahead& in, char* into, int room)
+{
+    const bool waited = in.waited;
+    in.waited = false;
+    iovec parts[] = {{into, static_cast<size_t>(room)}, {in.block, read_ahead_size}};
+    msghdr message = {};
+    message.msg_iov = parts;
+    message.msg_iovlen = waited ? 2 : 1;
+    if (!waited && nothing_to_read(in)) {
+        in.came_short = true;
+        errno = EAGAIN;
+        return -1;
+    }
+    const int ret = static_cast<int>(recvmsg(in.link->ext_sock, &message, MSG_DONTWAIT));
+    in.came_short = ret < (waited ? room + read_ahead_size : room);
+    if (ret <= room) {
+        return ret;
+    }
+    in.begin = 0;
+    in.end = ret - room;
+    return room;
+}
+
+} // namespace
+
+void read_ahead_open(read_ahead& in, device_link* link, char* block)
+{
+    in = {};
+    in.link = link;
+    in.block = block;
+    in.mark = 1;
+}
+
+int read_ahead_take(read_ahead& in, char* into, int room)
+{
+    if (!read_ahead_empty(in)) {
+        return take_from_block(in, into, room);
+    }
+    const int ret = read_socket(in, into, room);
+    if (ret <= 0 && link_is_shut(in.link)) {
+        errno = EBADF;
+        return -1;
+    }
+    return ret;
+}
+
+int read_ahead_take_all(read_ahead& in, char* into, int room)
+{
+    const bool from_block = !read_ahead_empty(in);
+    const int taken = read_ahead_take(in, into, room);
+    if (!from_block || taken == room || read_ahead_arrived(in) == 0) {
+        return taken;
+    }
+    const int before = errno;
+    const int more = read_ahead_take(in, into + taken, room - taken);
+    errno = before;
+    return more > 0 ? taken + more : taken;
+}
+
+int read_ahead_expect(read_ahead& in, int lacking)
+{
+    const int mark = mark_for(in, lacking);
+    if (mark == in.mark) {
+        return mark;
+    }
+    const int before = errno;
+    if (setsockopt(in.link->ext_sock, SOL_SOCKET, SO_RCVLOWAT, &mark, sizeof(mark)) == 0) {
+        in.mark = mark;
+    }
+    errno = before;
+    return in.mark;
+}
+
+int read_ahead_arrived(const read_ahead& in)
+{
+    const int before = errno;
+    int queued = 0;
+    const bool known = ioctl(in.link->ext_sock, FIONREAD, &queued) == 0;
+    errno = before;
+    return known ? queued : 0;
+}
