@@ -146,7 +146,7 @@ step 'check: house rules' scripts/house_rules.sh
 build dev
 step 'check: clang-tidy' linted_by_clang_tidy
 step 'check: cppcheck' linted_by_cppcheck
-build release zu_net_dev
+build release zu_net_dev zu_bench
 step 'check: exported symbols' exported_symbols
 step 'check: needs libc alone' needs_libc_alone
 step 'check: programs built before still fit' same_interface

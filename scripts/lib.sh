@@ -17,9 +17,15 @@ packages_msan=(clang libclang-rt-14-dev libc++-14-dev libc++abi-14-dev llvm-14)
 packages_coverage=(gcovr)
 packages_docs=(doxygen)
 packages_package=(dpkg-dev file lintian systemd)
+packages_bench=(libcli11-dev nlohmann-json3-dev binutils)
+packages_peers=(libavformat-dev libavcodec-dev libavutil-dev libgstreamer1.0-dev
+    gstreamer1.0-plugins-good libzmq3-dev libcurl4-openssl-dev)
 
 # The folders whose sources are ours; every one that exists is formatted and checked.
-source_dirs=(source client virtual_camera tools examples tests fuzz)
+source_dirs=(source client virtual_camera tools examples tests fuzz bench)
+
+# The groups of figures that the benchmarks know.
+bench_groups=(stream request scale idle login peers)
 
 # Most tests wait for a time limit of the protocol rather than compute, so many run side by side.
 test_jobs=24

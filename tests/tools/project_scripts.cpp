@@ -57,6 +57,11 @@ TEST(ProjectScripts, CommandsRefuseWrongArgumentsBeforeTheyBuild)
                                                          {"fuzz", "0"},
                                                          {"fuzz", "1.5"},
                                                          {"fuzz", "1", "receiver"},
+                                                         {"bench", "nosuch"},
+                                                         {"bench", "--json"},
+                                                         {"bench", "--json", "/no/such/folder/f"},
+                                                         {"bench", "stream", "idle"},
+                                                         {"bench", "--rounds"},
                                                          {"coverage", "source"},
                                                          {"docs", "html"},
                                                          {"package", "zucam"},
@@ -83,10 +88,26 @@ class HouseRules : public testing::Test
 protected:
     void SetUp() override
     {
-        for (const char* const part :
-             {"README.md", "CHANGELOG.md", "CONTRIBUTING.md", "docs", "cmake", "CMakeLists.txt",
-              "CMakePresets.json", ".clang-tidy", ".clang-format", "run", ".ci", "scripts",
-              "packaging", "source", "client", "virtual_camera", "tools", "fuzz", "examples"}) {
+        for (const char* const part : {"README.md",
+                                       "CHANGELOG.md",
+                                       "CONTRIBUTING.md",
+                                       "docs",
+                                       "cmake",
+                                       "CMakeLists.txt",
+                                       "CMakePresets.json",
+                                       ".clang-tidy",
+                                       ".clang-format",
+                                       "run",
+                                       ".ci",
+                                       "scripts",
+                                       "packaging",
+                                       "source",
+                                       "client",
+                                       "virtual_camera",
+                                       "tools",
+                                       "fuzz",
+                                       "examples",
+                                       "bench"}) {
             fs::create_directories(copy_);
             fs::copy(project / part, copy_ / part, fs::copy_options::recursive);
         }
