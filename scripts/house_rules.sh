@@ -16,7 +16,7 @@ breach() {
 }
 
 # The rooms of the library from the ground up: a file includes only rooms above it in this list.
-rooms=(zu_net_dev_msg log fd_wait rough_pause tcp_link link read_ahead sdk_user event_handler
+rooms=(zu_net_dev_msg log deadline fd_wait rough_pause tcp_link link read_ahead sdk_user event_handler
     msg_dispatch msg_receiver msg_sender request_channel stream_control settings ptz device_manager
     login ping zu_net_dev_api)
 

@@ -4,8 +4,9 @@
 // callbacks_over before it looks at the count: one of the two always sees the other.
 #include "event_handler.h"
 
-#include <ctime>
 #include <unistd.h>
+
+#include "deadline.h"
 
 namespace
 {
@@ -22,13 +23,6 @@ void call_back(zu_sdk_user* user)
     in_event_callback = true;
     callback(user->handle, static_cast<ZU_U32>(user->event.load()), user->event_userdata);
     in_event_callback = false;
-}
-
-bool has_passed(const timespec& end)
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec > end.tv_sec || (now.tv_sec == end.tv_sec && now.tv_nsec >= end.tv_nsec);
 }
 
 } // namespace
@@ -52,10 +46,8 @@ void event_handler_finish(zu_sdk_user* user)
     if (in_event_callback) {
         return;
     }
-    timespec end;
-    clock_gettime(CLOCK_MONOTONIC, &end);
-    end.tv_sec += finish_limit_s;
-    while (user->callbacks_running != 0 && !has_passed(end)) {
+    const timespec end = deadline_in(finish_limit_s);
+    while (user->callbacks_running != 0 && !deadline_has_passed(end)) {
         usleep(finish_poll_us);
     }
 }

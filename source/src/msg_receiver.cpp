@@ -17,6 +17,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include "deadline.h"
 #include "fd_wait.h"
 #include "log.h"
 #include "msg_dispatch.h"
@@ -38,12 +39,13 @@ struct receiver {
     read_ahead from;
     int ext_sock;
     int pipe;
-    time_t last_time;  // when ext_sock was last found readable
-    timeval timeout;   // what the last wait left of its six seconds
-    bool body_pending; // a body is only partly read
-    int got;           // bytes of it
-    int quiet_looks;   // in a row, that found nothing below the mark
-    int ret;           // result of the last call, for the exit line
+    time_t last_time;     // when ext_sock was last found readable
+    timeval timeout;      // what the last wait left of its six seconds
+    bool body_pending;    // a body is only partly read
+    int got;              // bytes of it
+    bool quiet;           // the looks below the mark have found nothing so far
+    timespec quiet_limit; // when six seconds of that will be over
+    int ret;              // result of the last call, for the exit line
 };
 
 // The message is complete; `ret` tells when that ends the thread.
@@ -98,7 +100,7 @@ bool read_header(receiver& r)
 {
     int got = 0;
     while (got < header_size) {
-        r.ret = read_ahead_take(r.from, r.in.user->msgrecver_buf + got, header_size - got);
+        r.ret = read_ahead_take_all(r.from, r.in.user->msgrecver_buf + got, header_size - got);
         const int error = errno;
         if (r.ret > 0) {
             got += r.ret;
@@ -128,8 +130,8 @@ bool body_read_failed(receiver& r, int error)
     return true;
 }
 
-// A response's count is logged when it is relayed, so it has to be that of a plain read; for the
-// others the block's part will do.
+// A response's count is logged when it is relayed, so it has to be that of a plain read; for
+// stream data the block's part will do.
 int take_body(receiver& r, char* into, int room)
 {
     return r.in.head()->type == ZU_SDK_MSG_STREAM_DATA ? read_ahead_take(r.from, into, room)
@@ -208,11 +210,13 @@ bool wait_timed_out(receiver& r)
 }
 
 // Bytes that a low-water mark may be set for: those lacking of stream data, which a frame's pieces
-// would otherwise announce one by one.
+// would otherwise announce one by one. None once there is urgent data, behind which the bytes that
+// have arrived can't be counted.
 int awaited_bytes(const receiver& r)
 {
     const zu_sdk_msg_head* head = r.in.head();
-    return r.body_pending && head->type == ZU_SDK_MSG_STREAM_DATA ? head->len - r.got : 0;
+    const bool marks = head->type == ZU_SDK_MSG_STREAM_DATA && !r.in.link->urgent_data;
+    return r.body_pending && marks ? head->len - r.got : 0;
 }
 
 bool read_on(receiver& r)
@@ -223,22 +227,22 @@ bool read_on(receiver& r)
 
 bool found_readable(receiver& r)
 {
-    r.quiet_looks = 0;
+    r.quiet = false;
     read_ahead_ready(r.from);
     return read_on(r);
 }
 
 // A second has passed below the mark. Bytes that have come meanwhile are as good as any; six
-// seconds in a row without are what one wait of six seconds would have been.
+// seconds without are what one wait of six seconds would have been.
 bool look_below_mark(receiver& r)
 {
     if (read_ahead_arrived(r.from) > 0) {
         return found_readable(r);
     }
-    if (++r.quiet_looks < silence_limit_s) {
+    if (!deadline_has_passed(r.quiet_limit)) {
         return true;
     }
-    r.quiet_looks = 0;
+    r.quiet = false;
     return wait_timed_out(r);
 }
 
@@ -265,6 +269,10 @@ bool wait(receiver& r)
 {
     const bool marked = read_ahead_expect(r.from, awaited_bytes(r)) > 1;
     r.timeout = {marked ? look_interval_s : silence_limit_s, 0};
+    if (marked && !r.quiet) {
+        r.quiet = true;
+        r.quiet_limit = deadline_in(silence_limit_s);
+    }
     fd_watch watches[] = {{r.ext_sock, fd_readable, 0}, {r.pipe, fd_readable, 0}};
     const auto& [ext_sock, pipe] = watches;
     r.ret = wait_and_note(r, watches);
@@ -291,10 +299,11 @@ bool wait(receiver& r)
     return ext_sock.ready == 0 || found_readable(r);
 }
 
-// What has been read ahead counts as found readable.
+// What has been read ahead counts as found readable, until the link is shut: the next wait fails
+// then, whatever has been read.
 bool pass(receiver& r)
 {
-    return read_ahead_empty(r.from) ? wait(r) : read_on(r);
+    return read_ahead_empty(r.from) || link_is_shut(r.in.link) ? wait(r) : read_on(r);
 }
 
 } // namespace

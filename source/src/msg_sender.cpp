@@ -156,6 +156,14 @@ bool forward_request(sender& s)
     return send_out(s, s.ret);
 }
 
+// What the receiver has read past can be seen in its note alone; what it has not come to yet,
+// because a callback takes its time, on the socket alone. Whoever waited for it would be woken by
+// all that arrives there.
+bool has_urgent_data(const sender& s)
+{
+    return s.link->urgent_data || fd_look(s.ext_sock, fd_exceptional) == fd_exceptional;
+}
+
 // One pass: wait, then one call for the thing that has happened.
 bool pass(sender& s)
 {
@@ -170,13 +178,14 @@ bool pass(sender& s)
         LOG_ERROR(who, "msgsender select faill!\n");
         return false;
     }
+    const bool urgent_data = has_urgent_data(s);
+    s.ret += urgent_data ? 1 : 0; // counts like what the wait has found
     if (pipe.ready != 0) {
         LOG_LINE(log_at_every_level, ZU_LOG_TYPE_TRACE, who,
                  "Sender thread received shutdown signal. Exiting.\n");
         return false;
     }
-    if (s.link->urgent_data) {
-        s.ret++; // counts like what the wait has found
+    if (urgent_data) {
         LOG_ERROR(who, "ext_sock exception happened!\n");
         return false;
     }

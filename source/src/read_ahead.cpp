@@ -54,11 +54,23 @@ bool nothing_to_read(const read_ahead& in)
     return (found & fd_readable) == 0 && in.mark == 1; // bytes below a mark would not show
 }
 
+void set_mark(read_ahead& in, int mark)
+{
+    const int before = errno;
+    if (setsockopt(in.link->ext_sock, SOL_SOCKET, SO_RCVLOWAT, &mark, sizeof(mark)) == 0) {
+        in.mark = mark;
+    }
+    errno = before;
+}
+
 // Reads from the socket, like a recv; right after a wait, into the block as well.
 int read_socket(read_ahead& in, char* into, int room)
 {
     const bool waited = in.waited;
     in.waited = false;
+    if (!waited && in.mark != 1) {
+        set_mark(in, 1); // of a message that has been completed since
+    }
     iovec parts[] = {{into, static_cast<size_t>(room)}, {in.block, read_ahead_size}};
     msghdr message = {};
     message.msg_iov = parts;
@@ -86,6 +98,7 @@ void read_ahead_open(read_ahead& in, device_link* link, char* block)
     in.link = link;
     in.block = block;
     in.mark = 1;
+    in.countable = true;
 }
 
 int read_ahead_take(read_ahead& in, char* into, int room)
@@ -116,23 +129,18 @@ int read_ahead_take_all(read_ahead& in, char* into, int room)
 
 int read_ahead_expect(read_ahead& in, int lacking)
 {
-    const int mark = mark_for(in, lacking);
-    if (mark == in.mark) {
-        return mark;
+    const int mark = in.countable ? mark_for(in, lacking) : 1;
+    if (mark != in.mark) {
+        set_mark(in, mark);
     }
-    const int before = errno;
-    if (setsockopt(in.link->ext_sock, SOL_SOCKET, SO_RCVLOWAT, &mark, sizeof(mark)) == 0) {
-        in.mark = mark;
-    }
-    errno = before;
     return in.mark;
 }
 
-int read_ahead_arrived(const read_ahead& in)
+int read_ahead_arrived(read_ahead& in)
 {
     const int before = errno;
     int queued = 0;
-    const bool known = ioctl(in.link->ext_sock, FIONREAD, &queued) == 0;
+    in.countable = ioctl(in.link->ext_sock, FIONREAD, &queued) == 0;
     errno = before;
-    return known ? queued : 0;
+    return in.countable ? queued : 0;
 }

@@ -22,6 +22,7 @@ struct read_ahead {
     bool waited;     // nothing has been read since the last wait
     bool came_short; // the last read of the socket brought less than it had room for
     int mark;        // the low-water mark
+    bool countable;  // it can be told how many bytes have arrived; otherwise no mark is set
 };
 
 // The block belongs to the caller, the link is held by it.
@@ -52,5 +53,5 @@ inline void read_ahead_ready(read_ahead& in)
 }
 
 // How many bytes the socket holds, below the mark or not. Takes nothing, neither bytes nor a
-// pending error.
-int read_ahead_arrived(const read_ahead& in);
+// pending error. 0 when it can't be told.
+int read_ahead_arrived(read_ahead& in);

@@ -108,6 +108,36 @@ TEST(ReceiverAhead, SeesThePipeBehindTheBlock)
     expect_log(stopped.stand, {shutdown_line});
 }
 
+// Whatever lies behind: the next wait fails, and nothing of it is looked at.
+TEST(ReceiverAhead, IsLeftAloneWhenTheLinkIsShut)
+{
+    const bytes too_long = le32(0x1100) + le32(0) + le32(0x7fffffff);
+    const bytes whole = frame(50, 7);
+    for (const bytes& behind :
+         {part(whole, 0, 5), part(whole, 0, 12), whole, heartbeat_answer(), too_long}) {
+        stopped_receiver stopped(2, behind);
+        link_shut_ext(stopped.stand.user->link);
+        stopped.held.gate.let_go();
+        ASSERT_TRUE(stopped.stand.receiver_ended());
+        EXPECT_EQ(stopped.held.seen.block_count(), 1U);
+        EXPECT_EQ(stopped.stand.log.count("msgrecver select faill!\n"), 1);
+        for (const char* const beginning : {"recv", "Disconnected", "msglen", "msg too long"}) {
+            EXPECT_FALSE(stopped.stand.log.has_beginning(beginning)) << beginning;
+        }
+    }
+}
+
+TEST(ReceiverAhead, CountsAHeaderThatTheBlockCutsAsOneRead)
+{
+    const bytes whole = heartbeat_answer();
+    stopped_receiver stopped(2, part(whole, 0, 7));
+    stopped.send(part(whole, 7, whole.size()));
+    const before_call last("pthread_create", [&] { stopped.stand.user->msgrecver_run = 0; });
+    stopped.held.gate.let_go();
+    ASSERT_TRUE(stopped.stand.receiver_ended());
+    EXPECT_TRUE(stopped.stand.log.has("$$$$$$$$$$$$ exit from msgrecver, ret:12\n"));
+}
+
 TEST(ReceiverAhead, DeliversWholeWhatIsCutAnywhere)
 {
     const bytes all = frames(3, 40);

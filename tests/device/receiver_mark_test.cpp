@@ -4,6 +4,7 @@
 // The test thread plays the device. Calls are counted through the seam.
 #include <cerrno>
 #include <sys/socket.h>
+#include <thread>
 
 #include "receiver_kit.h"
 
@@ -164,6 +165,37 @@ TEST(ReceiverMark, ALookThatFindsNothingIsNoEndOfAWait)
     EXPECT_FALSE(stand.log.has_beginning("select timeout"));
     EXPECT_TRUE(stand.takes_the_rest());
     EXPECT_TRUE(takes_a_frame(stand));
+}
+
+TEST(ReceiverMark, SilenceIsTimeAndNotTheNumberOfLooks)
+{
+    receiver_in_a_frame stand;
+    const before_call looks("ioctl", [] {
+        std::this_thread::sleep_for(std::chrono::seconds(6)); // sleep: as in a stopped process
+    });
+    ASSERT_TRUE(stand.receiver_ended());
+    EXPECT_EQ(looks.count(), 1);
+    expect_log(stand, {error("no msg in 6 seconds!\n"), error("ret: 0, tv_sec: 0\n")});
+}
+
+TEST(ReceiverMark, IsNotUsedWhereNobodyCanCountWhatHasArrived)
+{
+    receiver_in_a_frame stand;
+    fault unknown("ioctl", ENOTTY);
+    unknown.on_thread(receiver_name);
+    ASSERT_TRUE(eventually([&] { return mark_of(stand) == 1; }));
+    EXPECT_TRUE(stand.takes_the_rest());
+    EXPECT_TRUE(stand.log.lines().empty());
+}
+
+TEST(ReceiverMark, IsNotUsedBehindUrgentData)
+{
+    receiver_in_a_frame stand;
+    ASSERT_TRUE(stand.link.send_urgent('!'));
+    ASSERT_TRUE(eventually([&] { return mark_of(stand) == 1; }));
+    stand.send_up_to(begun + 10);
+    EXPECT_TRUE(all_read(stand));
+    EXPECT_TRUE(stand.log.lines().empty());
 }
 
 // ---- ends ----

@@ -2,6 +2,7 @@
 // none.
 //
 // The test thread plays the device.
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "receiver_kit.h"
@@ -107,4 +108,39 @@ TEST(ReceiverUrgent, IsForgottenWithItsLink)
     EXPECT_EQ(link_open(links, dup(0)), link);
     EXPECT_FALSE(link->urgent_data);
     link_drop(link);
+}
+
+TEST(ReceiverUrgent, EndsTheSenderThoughTheReceiverIsHeldUp)
+{
+    held_watcher held;
+    receiver_stand stand(1);
+    stand.start_sender();
+    held.attach(stand.user);
+    stand.link.send(stream_data("KTVF", {}));
+    ASSERT_TRUE(held.gate.reached());
+    ASSERT_TRUE(stand.link.send_urgent('!'));
+    ASSERT_TRUE(stand.sender_ended());
+    EXPECT_FALSE(stand.user->link->urgent_data);
+    EXPECT_EQ(stand.log.messages_of("sdk_msgsender_main"),
+              std::vector<std::string>{"ext_sock exception happened!\n"});
+    held.gate.let_go();
+    EXPECT_TRUE(held.seen.wait_for_blocks(1));
+}
+
+TEST(ReceiverUrgent, IsNotMissedBehindAMarkThatAMessageHasLeft)
+{
+    receiver_stand stand(1);
+    const bytes whole = stream_data("KTVF", pattern(30000));
+    stand.link.send(bytes(whole.begin(), whole.begin() + 2000));
+    ASSERT_TRUE(all_read(stand));
+    const before_call looks("poll", dawdle);
+    stand.link.send(bytes(whole.begin() + 2000, whole.end()) + hex("22 10 00")); // a header begins
+    ASSERT_TRUE(stand.seen.wait_for_blocks(1));
+    ASSERT_TRUE(eventually([&] { return looks.count() >= 3; }));
+    int mark = 0;
+    socklen_t length = sizeof(mark);
+    getsockopt(stand.user->ext_sock, SOL_SOCKET, SO_RCVLOWAT, &mark, &length);
+    EXPECT_EQ(mark, 1);
+    ASSERT_TRUE(stand.link.send_urgent('!'));
+    EXPECT_TRUE(noted(stand));
 }
