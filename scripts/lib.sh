@@ -28,7 +28,7 @@ source_dirs=(source client virtual_camera tools examples tests fuzz bench)
 bench_groups=(stream request scale idle login peers)
 
 # Most tests wait for a time limit of the protocol rather than compute, so many run side by side.
-test_jobs=24
+test_jobs=36
 test_launcher=() # a command that tests are listed and run by
 
 fail() {

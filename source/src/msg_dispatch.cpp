@@ -57,7 +57,7 @@ bool relay(const inbox& in, const char* name)
     caller.sin_port = port;
     // A length below minus the header's can't be sent, and fails in the same way.
     if (len < -header_size ||
-        sendto(in.link->int_sock, in.user->msgrecver_buf, len + header_size, 0,
+        sendto(in.link->int_sock, in.message, len + header_size, 0,
                reinterpret_cast<const sockaddr*>(&caller), sizeof(caller)) == -1) {
         LOG_ERROR(who, "sendto faill!\n");
         return false;

@@ -6,20 +6,21 @@
 #include "sdk_user.h"
 #include "zu_net_dev_msg.h"
 
-// The message in the receiver's buffer, and what is carried from one message to the next.
+// A message in the receiver's buffer, and what is carried from one message to the next.
 struct inbox {
     zu_sdk_user* user;
     device_link* link;
+    char* message;    // on a word boundary, somewhere in the buffer
     int last_recv;    // result of the last body read, 1 when there was no body
     ZU_U32 data_type; // of the last stream message; carried over to unknown flags
 
     zu_sdk_msg_head* head() const
     {
-        return reinterpret_cast<zu_sdk_msg_head*>(user->msgrecver_buf);
+        return reinterpret_cast<zu_sdk_msg_head*>(message);
     }
     char* body() const
     {
-        return user->msgrecver_buf + sizeof(zu_sdk_msg_head);
+        return message + sizeof(zu_sdk_msg_head);
     }
 };
 

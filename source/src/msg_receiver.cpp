@@ -21,6 +21,7 @@
 #include "fd_wait.h"
 #include "log.h"
 #include "msg_dispatch.h"
+#include "read_ahead.h"
 #include "tcp_link.h"
 
 namespace
@@ -28,6 +29,7 @@ namespace
 
 constexpr char who[] = "sdk_msgrecver_main";
 constexpr int header_size = sizeof(zu_sdk_msg_head);
+constexpr int word_size = 4;
 constexpr int silence_limit_s = 6;   // without a byte: the link is given up
 constexpr int look_interval_s = 1;   // at what comes below a mark
 constexpr int suspicion_limit_s = 3; // from here on the socket is asked for its error
@@ -37,6 +39,7 @@ constexpr useconds_t exit_pause_us = 20000;
 struct receiver {
     inbox in;
     read_ahead from;
+    zu_sdk_msg_head head; // of the message that is being read
     int ext_sock;
     int pipe;
     time_t last_time;     // when ext_sock was last found readable
@@ -48,11 +51,18 @@ struct receiver {
     int ret;              // result of the last call, for the exit line
 };
 
-// The message is complete; `ret` tells when that ends the thread.
-bool act(receiver& r)
+// The first `size` bytes are a complete message; `ret` tells when that ends the thread. What lies
+// off a word boundary is moved onto one, over what has been dealt with.
+bool act(receiver& r, int size)
 {
     r.got = 0;
     r.body_pending = false;
+    const int off = r.from.begin % word_size;
+    r.in.message = read_ahead_bytes(r.from) - off;
+    if (off != 0) {
+        memmove(r.in.message, read_ahead_bytes(r.from), size);
+    }
+    read_ahead_drop(r.from, size);
     if (!dispatch(r.in)) {
         r.ret = -1;
         return false;
@@ -98,17 +108,22 @@ bool header_read_failed(receiver& r, int error)
 // Reads a whole header before anything else is looked at.
 bool read_header(receiver& r)
 {
-    int got = 0;
-    while (got < header_size) {
-        r.ret = read_ahead_take_all(r.from, r.in.user->msgrecver_buf + got, header_size - got);
+    int told = 0; // bytes of it that earlier reads have brought
+    for (;;) {
+        const int there = read_ahead_count(r.from);
+        if (there >= header_size) {
+            r.ret = header_size - told;
+            memcpy(&r.head, read_ahead_bytes(r.from), header_size);
+            return true;
+        }
+        r.ret = read_ahead_more(r.from, header_size - there);
         const int error = errno;
-        if (r.ret > 0) {
-            got += r.ret;
-        } else if (!header_read_failed(r, error)) {
+        if (r.ret <= 0 && !header_read_failed(r, error)) {
             return false;
         }
+        const int now = read_ahead_count(r.from);
+        told = now < header_size ? now : told;
     }
-    return true;
 }
 
 bool body_read_failed(receiver& r, int error)
@@ -130,37 +145,48 @@ bool body_read_failed(receiver& r, int error)
     return true;
 }
 
-// A response's count is logged when it is relayed, so it has to be that of a plain read; for
-// stream data the block's part will do.
-int take_body(receiver& r, char* into, int room)
+// What a read of the body's next `lacking` bytes brings, of which `there` have been read ahead. A
+// response's count is logged when it is relayed, so it has to be that of a plain read; for stream
+// data the part that is there will do.
+int body_bytes(receiver& r, int there, int lacking)
 {
-    return r.in.head()->type == ZU_SDK_MSG_STREAM_DATA ? read_ahead_take(r.from, into, room)
-                                                       : read_ahead_take_all(r.from, into, room);
+    if (there == 0) {
+        return read_ahead_more(r.from, lacking);
+    }
+    if (there >= lacking || r.head.type == ZU_SDK_MSG_STREAM_DATA) {
+        return there < lacking ? there : lacking;
+    }
+    return read_ahead_rest(r.from, lacking, lacking - there);
 }
 
-// Reads once more of the body. One that the buffer can't hold is read and dropped, each piece over
-// the one before, so that the stream stays in step.
+// Reads once more of the body.
 bool read_body(receiver& r)
 {
-    const int len = r.in.head()->len;
-    const bool dropped = len > msgrecver_body_max;
-    const int lacking = len - r.got;
-    char* into = dropped ? r.in.body() : r.in.body() + r.got;
-    r.ret = take_body(r, into, lacking < msgrecver_body_max ? lacking : msgrecver_body_max);
+    const int there = read_ahead_count(r.from) - header_size - r.got;
+    r.ret = body_bytes(r, there, r.head.len - r.got);
     if (r.ret <= 0) {
         return body_read_failed(r, errno);
     }
     r.in.last_recv = r.ret;
     r.got += r.ret;
-    r.body_pending = r.got < len;
-    if (r.body_pending) {
-        return true;
+    r.body_pending = r.got < r.head.len;
+    return r.body_pending || act(r, header_size + r.head.len);
+}
+
+// The same of a body that the buffer can't hold. It is dropped piece by piece, its header first, so
+// that the stream stays in step.
+bool read_body_to_drop(receiver& r)
+{
+    const int lacking = r.head.len - r.got;
+    r.ret = body_bytes(r, read_ahead_count(r.from),
+                       lacking < msgrecver_body_max ? lacking : msgrecver_body_max);
+    if (r.ret <= 0) {
+        return body_read_failed(r, errno);
     }
-    if (dropped) {
-        r.got = 0;
-        return true;
-    }
-    return act(r);
+    read_ahead_drop(r.from, r.ret);
+    r.got += r.ret;
+    r.body_pending = r.got < r.head.len;
+    return true;
 }
 
 bool read_message(receiver& r)
@@ -168,12 +194,12 @@ bool read_message(receiver& r)
     if (!read_header(r)) {
         return false;
     }
-    const int len = r.in.head()->len;
+    const int len = r.head.len;
     r.got = 0;
     if (len <= 0) {
         r.in.last_recv = 1;
-        LOG_TRACE(who, "msglen: %d, msgtype: 0x%x\n", len, r.in.head()->type);
-        return act(r);
+        LOG_TRACE(who, "msglen: %d, msgtype: 0x%x\n", len, r.head.type);
+        return act(r, header_size);
     }
     if (len > msgrecver_body_max) {
         LOG_ERROR(who, "msg too long, len: %d\n", len);
@@ -181,6 +207,8 @@ bool read_message(receiver& r)
             r.ret = -1; // out of step beyond repair
             return false;
         }
+        read_ahead_drop(r.from, header_size);
+        return read_body_to_drop(r);
     }
     return read_body(r);
 }
@@ -214,15 +242,17 @@ bool wait_timed_out(receiver& r)
 // have arrived can't be counted.
 int awaited_bytes(const receiver& r)
 {
-    const zu_sdk_msg_head* head = r.in.head();
-    const bool marks = head->type == ZU_SDK_MSG_STREAM_DATA && !r.in.link->urgent_data;
-    return r.body_pending && marks ? head->len - r.got : 0;
+    const bool marks = r.head.type == ZU_SDK_MSG_STREAM_DATA && !r.in.link->urgent_data;
+    return r.body_pending && marks ? r.head.len - r.got : 0;
 }
 
 bool read_on(receiver& r)
 {
     r.last_time = time(nullptr);
-    return r.body_pending ? read_body(r) : read_message(r);
+    if (!r.body_pending) {
+        return read_message(r);
+    }
+    return r.head.len <= msgrecver_body_max ? read_body(r) : read_body_to_drop(r);
 }
 
 bool found_readable(receiver& r)
@@ -300,10 +330,11 @@ bool wait(receiver& r)
 }
 
 // What has been read ahead counts as found readable, until the link is shut: the next wait fails
-// then, whatever has been read.
+// then, whatever has been read. A body that is pending has all that is there.
 bool pass(receiver& r)
 {
-    return read_ahead_empty(r.from) || link_is_shut(r.in.link) ? wait(r) : read_on(r);
+    const bool nothing_left = r.body_pending || read_ahead_count(r.from) == 0;
+    return nothing_left || link_is_shut(r.in.link) ? wait(r) : read_on(r);
 }
 
 } // namespace
@@ -318,7 +349,7 @@ void* sdk_msgrecver_main(void* sdk_user)
     receiver r = {};
     r.in.user = user;
     r.in.link = user->worker_link;
-    read_ahead_open(r.from, r.in.link, user->msgrecver_ahead);
+    read_ahead_open(r.from, r.in.link, user->msgrecver_buf, msgrecver_buf_size);
     r.ext_sock = r.in.link->ext_sock;
     r.pipe = user->shutdown_pipe_recver[0];
     user->msgrecver_started = 1;

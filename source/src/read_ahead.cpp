@@ -31,14 +31,6 @@ int mark_for(const read_ahead& in, int lacking)
     return lacking < highest_mark ? lacking : highest_mark;
 }
 
-int take_from_block(read_ahead& in, char* into, int room)
-{
-    const int count = room < in.end - in.begin ? room : in.end - in.begin;
-    memcpy(into, in.block + in.begin, count);
-    in.begin += count;
-    return count;
-}
-
 // Looks at a socket that no wait has looked at: notes urgent data, and tells when a read would find
 // nothing. Such a read may not be made, because urgent data that arrives just before it would be
 // passed by it unseen; behind other bytes a read stops at it.
@@ -63,50 +55,61 @@ void set_mark(read_ahead& in, int mark)
     errno = before;
 }
 
-// Reads from the socket, like a recv; right after a wait, into the block as well.
-int read_socket(read_ahead& in, char* into, int room)
+void move_to_front(read_ahead& in)
+{
+    if (in.begin != 0) {
+        memmove(in.buffer, in.buffer + in.begin, in.end - in.begin);
+        in.end -= in.begin;
+        in.begin = 0;
+    }
+}
+
+// Reads from the socket, like a recv of `lacking` bytes; right after a wait, more. Returns how many
+// of those that were lacking.
+int read_socket(read_ahead& in, int lacking)
 {
     const bool waited = in.waited;
     in.waited = false;
     if (!waited && in.mark != 1) {
         set_mark(in, 1); // of a message that has been completed since
     }
-    iovec parts[] = {{into, static_cast<size_t>(room)}, {in.block, read_ahead_size}};
-    msghdr message = {};
-    message.msg_iov = parts;
-    message.msg_iovlen = waited ? 2 : 1;
     if (!waited && nothing_to_read(in)) {
         in.came_short = true;
         errno = EAGAIN;
         return -1;
     }
+    char* const into = in.buffer + in.end;
+    const int left = in.size - in.end - lacking;
+    const int ahead = left < read_ahead_size ? left : read_ahead_size;
+    iovec parts[] = {{into, static_cast<size_t>(lacking)},
+                     {into + lacking, static_cast<size_t>(ahead)}};
+    msghdr message = {};
+    message.msg_iov = parts;
+    message.msg_iovlen = waited ? 2 : 1;
     const int ret = static_cast<int>(recvmsg(in.link->ext_sock, &message, MSG_DONTWAIT));
-    in.came_short = ret < (waited ? room + read_ahead_size : room);
-    if (ret <= room) {
-        return ret;
+    in.came_short = ret < (waited ? lacking + ahead : lacking);
+    if (ret > 0) {
+        in.end += ret;
     }
-    in.begin = 0;
-    in.end = ret - room;
-    return room;
+    return ret < lacking ? ret : lacking;
 }
 
 } // namespace
 
-void read_ahead_open(read_ahead& in, device_link* link, char* block)
+void read_ahead_open(read_ahead& in, device_link* link, char* buffer, int size)
 {
     in = {};
     in.link = link;
-    in.block = block;
+    in.buffer = buffer;
+    in.size = size;
     in.mark = 1;
     in.countable = true;
 }
 
-int read_ahead_take(read_ahead& in, char* into, int room)
+int read_ahead_more(read_ahead& in, int lacking)
 {
-    if (!read_ahead_empty(in)) {
-        return take_from_block(in, into, room);
-    }
-    const int ret = read_socket(in, into, room);
+    move_to_front(in);
+    const int ret = read_socket(in, lacking);
     if (ret <= 0 && link_is_shut(in.link)) {
         errno = EBADF;
         return -1;
@@ -114,17 +117,25 @@ int read_ahead_take(read_ahead& in, char* into, int room)
     return ret;
 }
 
-int read_ahead_take_all(read_ahead& in, char* into, int room)
+int read_ahead_rest(read_ahead& in, int wanted, int lacking)
 {
-    const bool from_block = !read_ahead_empty(in);
-    const int taken = read_ahead_take(in, into, room);
-    if (!from_block || taken == room || read_ahead_arrived(in) == 0) {
-        return taken;
+    const int there = wanted - lacking;
+    if (read_ahead_arrived(in) == 0) {
+        return there;
     }
     const int before = errno;
-    const int more = read_ahead_take(in, into + taken, room - taken);
+    const int more = read_ahead_more(in, lacking);
     errno = before;
-    return more > 0 ? taken + more : taken;
+    return more > 0 ? there + more : there;
+}
+
+void read_ahead_drop(read_ahead& in, int count)
+{
+    in.begin += count;
+    if (in.begin == in.end) {
+        in.begin = 0;
+        in.end = 0;
+    }
 }
 
 int read_ahead_expect(read_ahead& in, int lacking)

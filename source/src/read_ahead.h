@@ -1,10 +1,9 @@
 // Reading a TCP socket with as few calls as it allows.
 //
-// What has arrived behind the bytes that were asked for comes along into a block, and is copied
-// from there by the next reads. Only the first read after a wait fills the block, so a thread that
-// waits whenever the block is empty looks at everything else at least once per block. While the
-// rest of a long body is awaited, the socket can be told not to wake anybody for less (its
-// low-water mark).
+// What has arrived behind the bytes that were asked for comes along and lies behind them, where the
+// next ones are looked for first. Only the first read after a wait reads ahead, so a thread that
+// waits when nothing is left looks at everything else once for each such read. While the rest of a
+// long body is awaited, the socket can be told not to wake anybody for less (its low-water mark).
 //
 // Runs on the receiver thread; belongs to its connection. errno is as the reads leave it, as if
 // each had been a recv: nothing else here touches it.
@@ -12,12 +11,13 @@
 
 #include "link.h"
 
-constexpr int read_ahead_size = 64 * 1024;
+constexpr int read_ahead_size = 128 * 1024;
 
 struct read_ahead {
     device_link* link;
-    char* block; // read_ahead_size bytes
-    int begin;   // the bytes of the block that nobody has taken yet
+    char* buffer;
+    int size;
+    int begin; // of what has arrived and has not been dropped yet, in the buffer
     int end;
     bool waited;     // nothing has been read since the last wait
     bool came_short; // the last read of the socket brought less than it had room for
@@ -25,23 +25,32 @@ struct read_ahead {
     bool countable;  // it can be told how many bytes have arrived; otherwise no mark is set
 };
 
-// The block belongs to the caller, the link is held by it.
-void read_ahead_open(read_ahead& in, device_link* link, char* block);
+// The buffer belongs to the caller, the link is held by it.
+void read_ahead_open(read_ahead& in, device_link* link, char* buffer, int size);
 
-inline bool read_ahead_empty(const read_ahead& in)
+// What is there.
+inline char* read_ahead_bytes(const read_ahead& in)
 {
-    return in.begin == in.end;
+    return in.buffer + in.begin;
+}
+inline int read_ahead_count(const read_ahead& in)
+{
+    return in.end - in.begin;
 }
 
-// Takes up to `room` bytes, without waiting: the result of recv, and its errno. A link that was
+// Reads `lacking` bytes behind what is there, without waiting: the result of recv, and its errno.
+// What is there goes to the front of the buffer, which has to have room for both. A link that was
 // shut down meanwhile makes a failed or empty read look as if its descriptor had been closed. A
 // read that follows another without a wait may pass urgent data, which can't be seen any more then,
 // so it is looked for and noted in the link.
-int read_ahead_take(read_ahead& in, char* into, int room);
+int read_ahead_more(read_ahead& in, int lacking);
 
-// The same, but never less than a recv would have taken: when the block ends before the room does,
-// what has arrived since comes along.
-int read_ahead_take_all(read_ahead& in, char* into, int room);
+// The same when `lacking` of `wanted` bytes are there already: what a recv of all would have
+// brought. Is no failure, whatever the read does.
+int read_ahead_rest(read_ahead& in, int wanted, int lacking);
+
+// The first bytes have served their purpose.
+void read_ahead_drop(read_ahead& in, int count);
 
 // Before a wait for `lacking` bytes of a body, 0 for a header: sets the mark. Returns it.
 int read_ahead_expect(read_ahead& in, int lacking);

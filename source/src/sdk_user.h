@@ -15,7 +15,6 @@
 
 #include "link.h"
 #include "queue.h"
-#include "read_ahead.h"
 #include "zu_net_dev_api.h"
 #include "zu_net_dev_disk.h"
 
@@ -117,7 +116,6 @@ struct zu_sdk_user {
     bool msgsender_unjoined;
     device_link* link; // the current connection, a hold of its own; guarded by sdk_server_mutex
     link_pool links;
-    char msgrecver_ahead[read_ahead_size]; // receiver
 };
 
 extern "C" {

@@ -248,6 +248,9 @@ int sim_poll(pollfd* watch, nfds_t, int)
     }
     const int there = (one->readable() ? POLLIN : 0) | (one->exceptional() ? POLLPRI : 0);
     watch->revents = static_cast<short>(there & watch->events);
+    if (watch->revents == 0 && (watch->events & POLLIN) != 0) {
+        c.on.threads.spend(c.on.fruitless_time); // it stands for a read that would find nothing
+    }
     return watch->revents == 0 ? 0 : 1;
 }
 
