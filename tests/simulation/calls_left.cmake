@@ -3,7 +3,7 @@
 #
 # execlp and _exit run in the child of ping_status alone, which the simulation never starts; signal
 # fails for a bad signal number only.
-set(harmless __errno_location _exit execlp inet_pton memcpy memset printf pthread_self signal
+set(harmless __errno_location _exit execlp inet_pton memcpy memmove memset printf pthread_self signal
     snprintf strerror strlen strncat strncpy vsnprintf _GLOBAL_OFFSET_TABLE_)
 
 execute_process(COMMAND ${NM} ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
