@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,6 +15,8 @@ namespace
 {
 
 constexpr useconds_t polling_period_us = 30000;
+constexpr timeval look_interval = {0, 500000};
+constexpr int looks_a_heartbeat = 6;
 constexpr int other_threads = 2; // of a login, besides the one that reads
 
 void start_stream(const descriptor& link)
@@ -51,6 +54,25 @@ void poll_state(int fd, const std::atomic<bool>& stop)
     }
 }
 
+void send_heartbeats(int fd, const std::atomic<bool>& stop)
+{
+    int looks = 0;
+    while (!stop) {
+        timeval interval = look_interval;
+        select(0, nullptr, nullptr, nullptr, &interval);
+        if (++looks % looks_a_heartbeat == 0) {
+            send_all(fd, message(heartbeat_request, 0, ""));
+        }
+    }
+}
+
+void take_answers(int fd)
+{
+    char answer[sizeof(head)];
+    while (recv(fd, answer, sizeof(answer), 0) > 0) {
+    }
+}
+
 void wait_for_end(int fd)
 {
     pollfd waiting = {fd, POLLRDHUP, 0};
@@ -80,7 +102,7 @@ blocked_readers::~blocked_readers()
     }
 }
 
-long blocked_readers::frames() const
+long blocked_readers::taken() const
 {
     long sum = 0;
     for (const sink& each : sinks) {
@@ -89,17 +111,23 @@ long blocked_readers::frames() const
     return sum;
 }
 
-polling_threads::polling_threads(unsigned short port, int how_many)
+idle_connections::idle_connections(unsigned short port, int how_many)
 {
     for (int i = 0; i < how_many; i++) {
         links.push_back(connect_to_loopback(port));
-        threads.emplace_back(poll_state, links.back().get(), std::cref(stop));
+        const int link = links.back().get();
+        threads.emplace_back(poll_state, link, std::cref(stop));
+        threads.emplace_back(send_heartbeats, link, std::cref(stop));
+        threads.emplace_back(take_answers, link);
     }
 }
 
-polling_threads::~polling_threads()
+idle_connections::~idle_connections()
 {
     stop = true;
+    for (const descriptor& link : links) {
+        shutdown(link.get(), SHUT_RDWR);
+    }
     for (std::thread& each : threads) {
         each.join();
     }

@@ -22,7 +22,7 @@ public:
     blocked_readers(const blocked_readers&) = delete;
     blocked_readers& operator=(const blocked_readers&) = delete;
 
-    long frames() const; // of all
+    long taken() const; // of all
 
 private:
     std::deque<descriptor> links;
@@ -30,14 +30,16 @@ private:
     std::vector<std::thread> threads;
 };
 
-// A thread for each connection that asks for its state every 30 milliseconds.
-class polling_threads
+// For each connection what has to be done while nothing happens, with waits that end in time: a
+// thread that asks for its state every 30 milliseconds, one that looks every half second whether a
+// heartbeat is due, which it is every third second, and one that takes the answers.
+class idle_connections
 {
 public:
-    polling_threads(unsigned short port, int how_many);
-    ~polling_threads();
-    polling_threads(const polling_threads&) = delete;
-    polling_threads& operator=(const polling_threads&) = delete;
+    idle_connections(unsigned short port, int how_many);
+    ~idle_connections();
+    idle_connections(const idle_connections&) = delete;
+    idle_connections& operator=(const idle_connections&) = delete;
 
 private:
     std::deque<descriptor> links;
@@ -54,7 +56,7 @@ public:
     bare_login(const bare_login&) = delete;
     bare_login& operator=(const bare_login&) = delete;
 
-    long frames() const
+    long taken() const
     {
         return blocks.taken();
     }

@@ -17,14 +17,19 @@ constexpr long second_ns = 1000000000;
 constexpr long period_ns = 40000000;
 constexpr long piece_ns = 120000; // what 1,448 bytes take on a wire of 100 Mbit/s
 
-std::vector<due> make_round(std::size_t links, std::size_t frame_size, std::size_t piece_size)
+std::vector<due> make_round(std::size_t links, const course& of)
 {
-    const std::size_t piece = piece_size == 0 ? frame_size : piece_size;
+    const std::size_t frame_size = of.frame.size();
+    const std::size_t piece = of.piece == 0 ? frame_size : of.piece;
     std::vector<due> out;
     for (std::size_t i = 0; i < links; i++) {
         long at = period_ns / static_cast<long>(links) * static_cast<long>(i);
         for (std::size_t from = 0; from < frame_size; from += piece, at += piece_ns) {
             out.push_back({at, i, from, std::min(piece, frame_size - from)});
+        }
+        if (!of.sound.empty()) {
+            out.push_back({(at + period_ns / 4) % period_ns, i, frame_size, 0});
+            out.push_back({(at + period_ns * 3 / 4) % period_ns, i, frame_size, 0});
         }
     }
     std::sort(out.begin(), out.end(),
@@ -48,9 +53,9 @@ long now_ns()
 
 } // namespace
 
-feed::feed(std::string its_frame, std::size_t piece, std::size_t links, stamp its_stamp)
-    : frame(std::move(its_frame)), stamp_frame(std::move(its_stamp)),
-      round(make_round(links, frame.size(), piece)), taken(links), frames(links, frame)
+feed::feed(course of_each, std::size_t links, stamp its_stamp)
+    : own(std::move(of_each)), stamp_frame(std::move(its_stamp)), round(make_round(links, own)),
+      taken(links), frames(links, own.frame)
 {
 }
 
@@ -112,7 +117,12 @@ void feed::send(const due& next)
             stamp_frame(frames[next.link], to.frames++);
         }
     }
-    if (to.begun) {
+    if (!to.begun) {
+        return;
+    }
+    if (next.size == 0) {
+        send_all(to.fd, own.sound);
+    } else {
         send_all(to.fd, frames[next.link].data() + next.from, next.size);
     }
 }

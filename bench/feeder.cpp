@@ -1,4 +1,4 @@
-// A device, or many behind one port, that sends 25 frames a second. See roles.h.
+// A device, or many behind one port, that sends 25 frames a second, and sound. See roles.h.
 #include <thread>
 
 #include "cutter.h"
@@ -31,8 +31,12 @@ void on_request(void* user, const head& first, unsigned char*)
 
 void run_feeder(const arguments& given)
 {
-    const std::string block = "KTVF" + std::string(std::stoul(given.at(0)) - 4, 'x');
-    feed frames(message(stream_data, 0, block), std::stoul(given.at(1)), std::stoul(given.at(2)));
+    const auto block = [](const char* flag, std::size_t size) {
+        return size == 0 ? "" : message(stream_data, 0, flag + std::string(size - 4, 'x'));
+    };
+    const course each = {block("KTVF", std::stoul(given.at(0))), std::stoul(given.at(1)),
+                         block("KTAF", std::stoul(given.at(2)))};
+    feed frames(each, std::stoul(given.at(3)));
     std::thread([&frames] { frames.run(); }).detach();
     serve_until_told([&frames](int fd) {
         link own = {frames, fd};

@@ -7,7 +7,6 @@ namespace bench
 {
 
 constexpr int rounds = 5;
-constexpr double frames_a_second = 25; // of the cameras that send at their time
 
 void measure_stream(report& out);
 void measure_request(report& out);

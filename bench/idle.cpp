@@ -1,5 +1,6 @@
-// The group `idle`: 256 logins at which nothing happens but heartbeats, against as many threads
-// that ask for the state of a connection every 30 milliseconds, as a login does.
+// The group `idle`: 256 logins at which nothing happens but heartbeats, against as many connections
+// at which the same is done, with nothing around it: the state asked for every 30 milliseconds, a
+// look every half second, and the heartbeats.
 #include <chrono>
 #include <thread>
 
@@ -30,14 +31,15 @@ double percent_of_core()
 
 void measure_idle(report& out)
 {
-    out.begin_group("idle", "256 logins at which nothing happens, against a thread for each that "
-                            "polls the connection every 30 ms");
-    const device_process device({"feeder", "20000", "0", "1"});
+    out.begin_group("idle",
+                    "256 logins at which nothing happens, against connections with the same "
+                    "polls and heartbeats and nothing around them");
+    const device_process device({"feeder", "20000", "0", "0", "1"});
     row figure = {"256 logins", "% of core", ratio_at_most(0.65)};
     for (int round = 0; round < rounds; round++) {
         double theirs = 0;
         {
-            const polling_threads reference(device.port(), logins);
+            const idle_connections reference(device.port(), logins);
             theirs = percent_of_core();
         }
         const login_crowd crowd(device.port(), logins, false);

@@ -65,7 +65,7 @@ void measure_login(report& out)
 {
     out.begin_group("login", "Login and Logout, and the resident memory of a login, against a "
                              "connection with three threads");
-    const device_process device({"feeder", "20000", "0", std::to_string(logins)});
+    const device_process device({"feeder", "20000", "0", "0", std::to_string(logins)});
     measure_time(out, device.port());
     measure_memory(out, device.port(), "idle", {});
     measure_memory(out, device.port(), "streaming", value_at_most(130));

@@ -101,7 +101,7 @@ login_crowd::~login_crowd()
                     [this](int i) { logins[static_cast<std::size_t>(i)].reset(); });
 }
 
-long login_crowd::frames() const
+long login_crowd::taken() const
 {
     long sum = 0;
     for (const sink& each : sinks) {

@@ -48,7 +48,7 @@ public:
     login_crowd(const login_crowd&) = delete;
     login_crowd& operator=(const login_crowd&) = delete;
 
-    long frames() const; // of all
+    long taken() const; // of all
 
 private:
     std::deque<sink> sinks;

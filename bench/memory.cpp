@@ -44,11 +44,11 @@ public:
             links.push_back(std::make_unique<bare_login>(port, streaming));
         }
     }
-    long frames() const
+    long taken() const
     {
         long sum = 0;
         for (const auto& each : links) {
-            sum += each->frames();
+            sum += each->taken();
         }
         return sum;
     }
@@ -64,7 +64,7 @@ double kb_of_each(unsigned short port, int how_many, bool streaming)
     const Crowd crowd(port, how_many, streaming);
     do {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    } while (streaming && crowd.frames() < frames_of_each * how_many);
+    } while (streaming && crowd.taken() < frames_of_each * how_many);
     return (resident_kb() - before) / how_many;
 }
 

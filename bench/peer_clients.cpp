@@ -30,7 +30,7 @@ const std::map<std::string, watcher> watchers = {{"libavformat-cameras", watch_b
 
 struct cameras {
     std::atomic<long> units{0};
-    long frames() const
+    long taken() const
     {
         return units;
     }
@@ -44,7 +44,8 @@ int run(const std::string& who, const std::string& where, int number)
         std::printf("%.9f\n", taker->second(port(), number));
     } else if (const auto watching = watchers.find(who); watching != watchers.end()) {
         watching->second(port(), number, all.units);
-        wait_for_frames(all, 5L * number);
+        wait_for_blocks(all, 5L * number);
+        warm_up(all);
         std::printf("%.9f\n", watch(all).cpu);
     } else if (who == "zeromq-device") {
         std::printf("%d\n", start_zeromq_device(where));

@@ -19,6 +19,7 @@ namespace
 
 constexpr double gigabyte = 1e9;
 constexpr int cameras = 64;
+constexpr int units_a_second = 25;
 constexpr std::size_t unit_size = 20000;
 
 struct peer {
@@ -81,13 +82,14 @@ void measure_blast(report& out, const peer& of)
 void measure_cameras(report& out, const peer& of)
 {
     const std::string links = std::to_string(cameras);
-    const device_process own_device({"feeder", std::to_string(unit_size), "1448", links});
+    const device_process own_device({"feeder", std::to_string(unit_size), "1448", "0", links});
     const device_process device({"rtsp-feeder", std::to_string(unit_size), links});
-    constexpr double percent = 100.0 * cameras * frames_a_second;
+    constexpr double percent = 100.0 * cameras * units_a_second;
     row figure = {of.name, "% of core", wanted(of.goal)};
     for (int round = 0; round < rounds; round++) {
         const double theirs = by_peer(of.who, device.port(), cameras);
         const login_crowd crowd(own_device.port(), cameras, true);
+        warm_up(crowd);
         figure.add(watch(crowd).cpu * percent, theirs * percent);
     }
     out.add(figure);

@@ -16,9 +16,9 @@ using arguments = std::vector<std::string>;
 // they are taken, for each start of a stream.
 void run_blaster(const arguments& given);
 
-// "feeder BLOCK PIECE LINKS": answers requests; from the start of a stream on, a link gets a block
-// of that many bytes 25 times a second, whole (PIECE 0) or in pieces. LINKS is how many there will
-// be, which take their turns evenly.
+// "feeder BLOCK PIECE SOUND LINKS": answers requests; from the start of a stream on, a link gets a
+// block of that many bytes 25 times a second, whole (PIECE 0) or in pieces, and one of SOUND bytes
+// 50 times (0: none). LINKS is how many there will be, which take their turns evenly.
 void run_feeder(const arguments& given);
 
 // "rtsp-blaster CYCLES", "rtsp-feeder UNIT LINKS": the same by RTSP, H.264 interleaved on the

@@ -77,7 +77,7 @@ void run_rtsp_feeder(const arguments& given)
 {
     std::string frame = packets_of(access_unit(std::stoul(given.at(0)), true, 0));
     const std::uint32_t packets = stamp_packets(frame.data(), frame.size(), 0, 0);
-    feed frames(frame, largest_packet, std::stoul(given.at(1)),
+    feed frames({frame, largest_packet, ""}, std::stoul(given.at(1)),
                 [packets](std::string& one, long number) {
                     const auto n = static_cast<std::uint32_t>(number);
                     stamp_packets(one.data(), one.size(), static_cast<std::uint16_t>(n * packets),

@@ -1,129 +1,95 @@
-// Waiting on descriptors of any number. See fd_wait.h.
-//
-// `select` reads and writes as many bits of a set as the descriptor count asks for, so a longer set
-// than fd_set serves. The sets stand on the stack and are cleared only as far as they are used.
-// Runs on any thread.
+// Waiting on descriptors of any number. See fd_wait.h. Runs on any thread.
 #include "fd_wait.h"
 
 #include <cerrno>
-#include <cstring>
 #include <poll.h>
-#include <sys/select.h>
 
 namespace
 {
 
-constexpr int fd_limit = 65536;
-constexpr int bits_per_word = 8 * sizeof(unsigned long);
+constexpr long ns_a_us = 1000;
 
-// The layout of `fd_set`, longer. Only the words up to the highest descriptor are ever touched.
-struct fd_bits {
-    unsigned long words[fd_limit / bits_per_word];
-
-    void clear(int count)
-    {
-        memset(words, 0, sizeof(words[0]) * ((count + bits_per_word - 1) / bits_per_word));
-    }
-    void set(int fd)
-    {
-        words[fd / bits_per_word] |= 1UL << (fd % bits_per_word);
-    }
-    bool test(int fd) const
-    {
-        return (words[fd / bits_per_word] >> (fd % bits_per_word) & 1UL) != 0;
-    }
-    fd_set* for_select()
-    {
-        return reinterpret_cast<fd_set*>(words);
-    }
+// What the system calls a condition: what is asked for, and what counts as it. Ends and errors are
+// told unasked.
+struct condition {
+    unsigned char ours;
+    short asked;
+    short counts;
 };
 
-// The descriptor count for `select`, or -1 when a descriptor has no place in the sets.
-int descriptor_count(const fd_watch* watches, int count)
+constexpr condition conditions[] = {
+    {fd_readable, POLLIN, POLLIN | POLLHUP | POLLERR},
+    {fd_writable, POLLOUT, POLLOUT | POLLERR},
+    {fd_exceptional, POLLPRI, POLLPRI},
+    {fd_broken, 0, POLLHUP | POLLERR},
+};
+
+short events_for(unsigned char wanted)
 {
-    int highest = -1;
-    for (int i = 0; i < count; i++) {
-        if (watches[i].fd < 0 || watches[i].fd >= fd_limit) {
-            return -1;
-        }
-        if (watches[i].fd > highest) {
-            highest = watches[i].fd;
-        }
+    int events = 0;
+    for (const condition& each : conditions) {
+        events |= (wanted & each.ours) != 0 ? each.asked : 0;
     }
-    return highest + 1;
+    return static_cast<short>(events);
 }
 
-bool any_wants(const fd_watch* watches, int count, fd_condition condition)
+// Counts in `found` too.
+unsigned char wanted_among(short events, unsigned char wanted, int* found)
 {
-    for (int i = 0; i < count; i++) {
-        if ((watches[i].wanted & condition) != 0) {
-            return true;
+    int ready = 0;
+    for (const condition& each : conditions) {
+        if ((wanted & each.ours) != 0 && (events & each.counts) != 0) {
+            ready |= each.ours;
+            ++*found;
         }
     }
-    return false;
+    return static_cast<unsigned char>(ready);
 }
 
-// Fills the set for one condition; null when nobody wants it.
-fd_set* fill(fd_bits& bits, int nfds, const fd_watch* watches, int count, fd_condition condition)
-{
-    if (!any_wants(watches, count, condition)) {
-        return nullptr;
-    }
-    bits.clear(nfds);
-    for (int i = 0; i < count; i++) {
-        if ((watches[i].wanted & condition) != 0) {
-            bits.set(watches[i].fd);
-        }
-    }
-    return bits.for_select();
-}
-
-void take(const fd_bits& bits, fd_watch& watch, fd_condition condition)
-{
-    if ((watch.wanted & condition) != 0 && bits.test(watch.fd)) {
-        watch.ready |= condition;
-    }
-}
-
-} // namespace
-
-int fd_wait(fd_watch* watches, int count, timeval* timeout)
+int fail_on_bad_descriptor(fd_watch* watches, int count)
 {
     for (int i = 0; i < count; i++) {
         watches[i].ready = 0;
     }
-    const int nfds = descriptor_count(watches, count);
-    if (nfds < 0) {
-        errno = EBADF;
-        return -1;
-    }
-    fd_bits readable;
-    fd_bits writable;
-    fd_bits exceptional;
-    const int ret = select(nfds, fill(readable, nfds, watches, count, fd_readable),
-                           fill(writable, nfds, watches, count, fd_writable),
-                           fill(exceptional, nfds, watches, count, fd_exceptional), timeout);
-    for (int i = 0; ret > 0 && i < count; i++) {
-        take(readable, watches[i], fd_readable);
-        take(writable, watches[i], fd_writable);
-        take(exceptional, watches[i], fd_exceptional);
-    }
-    return ret;
+    errno = EBADF;
+    return -1;
 }
 
-// An end of the connection and an error count as readable, as they do for `select`.
+} // namespace
+
+int fd_wait(fd_watch* watches, int count, timeval limit)
+{
+    pollfd polled[fd_wait_most];
+    for (int i = 0; i < count; i++) {
+        if (watches[i].fd < 0) { // would be passed over
+            return fail_on_bad_descriptor(watches, count);
+        }
+        watches[i].ready = 0;
+        polled[i] = {watches[i].fd, events_for(watches[i].wanted), 0};
+    }
+    const timespec exact = {limit.tv_sec, limit.tv_usec * ns_a_us};
+    const int ret = ppoll(polled, static_cast<nfds_t>(count), &exact, nullptr);
+    int found = 0;
+    for (int i = 0; ret > 0 && i < count; i++) {
+        if ((polled[i].revents & POLLNVAL) != 0) {
+            return fail_on_bad_descriptor(watches, count);
+        }
+        watches[i].ready = wanted_among(polled[i].revents, watches[i].wanted, &found);
+    }
+    return ret > 0 ? found : ret;
+}
+
 int fd_look(int fd, unsigned char wanted)
 {
     const int before = errno;
-    pollfd watch = {fd, 0, 0};
-    watch.events |= (wanted & fd_readable) != 0 ? POLLIN : 0;
-    watch.events |= (wanted & fd_exceptional) != 0 ? POLLPRI : 0;
+    pollfd watch = {fd, events_for(wanted), 0};
     const int ret = poll(&watch, 1, 0);
     errno = before;
     if (ret == -1) {
         return -1;
     }
-    const bool readable = (watch.revents & (POLLIN | POLLERR | POLLHUP | POLLNVAL)) != 0;
-    const bool exceptional = (watch.revents & POLLPRI) != 0;
-    return ((readable ? fd_readable : 0) | (exceptional ? fd_exceptional : 0)) & wanted;
+    int found = 0;
+    const int nothing_open = watch.revents & POLLNVAL; // a read will tell
+    return wanted_among(static_cast<short>(nothing_open != 0 ? POLLERR : watch.revents), wanted,
+                        &found);
 }

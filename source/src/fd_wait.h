@@ -1,8 +1,8 @@
-// Waiting on descriptors with `select`, whatever their numbers.
+// Waiting on descriptors, whatever their numbers.
 //
-// The timing of the library is built on `select`, but 256 logins hold more descriptors than a plain
-// `fd_set` has bits. The sets used here reach to descriptor 65,535; one beyond that, or a negative
-// one, fails the wait as a bad descriptor fails `select`.
+// The conditions are those of `select`, in whose terms the library's timing is stated. The call is
+// `ppoll`: 256 logins hold more descriptors than an `fd_set` has bits, and sets that reach far
+// enough are the dearest part of a wait.
 //
 // Runs on any thread; keeps nothing between calls.
 #pragma once
@@ -10,9 +10,10 @@
 #include <sys/time.h>
 
 enum fd_condition : unsigned char {
-    fd_readable = 1,
+    fd_readable = 1, // data, an end or an error
     fd_writable = 2,
     fd_exceptional = 4,
+    fd_broken = 8, // an end or an error: what data alone wakes nobody for
     fd_readable_or_exceptional = fd_readable | fd_exceptional,
 };
 
@@ -23,10 +24,12 @@ struct fd_watch {
     unsigned char ready;
 };
 
-// Waits until a watched condition holds or the time is over. Returns what `select` returned and
-// leaves errno as it left it; `timeout` is reduced to the time that remained. After 0 or -1 no
-// watch is ready.
-int fd_wait(fd_watch* watches, int count, timeval* timeout);
+constexpr int fd_wait_most = 4; // descriptors that can be waited for at once
+
+// Waits until a watched condition holds or the limit is over. Returns how many conditions hold, 0
+// when the limit is over, or -1 with errno, also for a number that is no open descriptor. After 0
+// or -1 no watch is ready.
+int fd_wait(fd_watch* watches, int count, timeval limit);
 
 // Which of the wanted conditions of one descriptor are there right now, or -1 when that can't be
 // told; errno stays. Whoever waits for an exceptional condition is woken by everything that arrives

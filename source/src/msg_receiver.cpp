@@ -42,12 +42,13 @@ struct receiver {
     zu_sdk_msg_head head; // of the message that is being read
     int ext_sock;
     int pipe;
+    int int_sock;
     time_t last_time;     // when ext_sock was last found readable
-    timeval timeout;      // what the last wait left of its six seconds
     bool body_pending;    // a body is only partly read
     int got;              // bytes of it
     bool quiet;           // the looks below the mark have found nothing so far
     timespec quiet_limit; // when six seconds of that will be over
+    bool int_sock_broken; // it has an error that is no exception
     int ret;              // result of the last call, for the exit line
 };
 
@@ -72,10 +73,10 @@ bool act(receiver& r, int size)
 
 // ---- reading -----------------------------------------------------------------------------------
 
-void log_silence(int tv_sec)
+void log_silence()
 {
     LOG_ERROR(who, "no msg in %d seconds!\n", silence_limit_s);
-    LOG_ERROR(who, "ret: %d, tv_sec: %d\n", 0, tv_sec);
+    LOG_ERROR(who, "ret: %d, tv_sec: %d\n", 0, 0); // nothing is left of the wait's time
 }
 
 // Decides about a header read that brought nothing; `error` is errno as the read left it.
@@ -83,7 +84,7 @@ bool header_read_failed(receiver& r, int error)
 {
     const time_t quiet = time(nullptr) - r.last_time;
     if (r.ret == 0 && (error == EAGAIN || error == EINTR) && quiet >= silence_limit_s) {
-        log_silence(0); // a closed connection whose left-over errno asked for another try
+        log_silence(); // a closed connection whose left-over errno asked for another try
         return false;
     }
     if (error == EINTR) {
@@ -223,7 +224,7 @@ bool wait_timed_out(receiver& r)
              "select timeout, last_time: %ld, now_time: %ld, diff: %ld\n", r.last_time, now_time,
              diff);
     if (diff >= silence_limit_s) {
-        log_silence(static_cast<int>(r.timeout.tv_sec));
+        log_silence();
         return false;
     }
     if (diff < suspicion_limit_s) {
@@ -276,21 +277,46 @@ bool look_below_mark(receiver& r)
     return wait_timed_out(r);
 }
 
-// The wait itself. Urgent data is noted on the way: it is the sender's, so it ends no wait and does
-// not count among what has been found.
-int wait_and_note(receiver& r, fd_watch (&watches)[2])
+// Whether a wait has found an exception on int_sock. Whoever waits for one is woken by every
+// request, but none comes without an error, and errors wake. One that is no exception is the
+// sender's, who reads int_sock; it would end every further wait, so from then on int_sock is only
+// looked at.
+bool is_exception(receiver& r, const fd_watch& int_sock)
 {
-    fd_watch& ext_sock = watches[0];
+    if (int_sock.ready == 0 && !r.int_sock_broken) {
+        return false;
+    }
+    if (fd_look(int_sock.fd, fd_exceptional) == fd_exceptional) {
+        return true;
+    }
+    r.int_sock_broken = true;
+    return false;
+}
+
+// The wait itself. Returns what it has found that is the receiver's: neither urgent data, which is
+// noted for the sender, nor an error of int_sock that is no exception ends the wait.
+int wait_and_note(receiver& r, fd_watch (&watches)[3], int limit_s)
+{
+    auto& [ext_sock, pipe, int_sock] = watches;
+    const timespec end = deadline_in(limit_s);
+    timeval limit = {limit_s, 0};
     for (;;) {
         ext_sock.wanted = r.in.link->urgent_data ? fd_readable : fd_readable_or_exceptional;
-        const int ret = fd_wait(watches, 2, &r.timeout);
-        if ((ext_sock.ready & fd_exceptional) == 0) {
-            return ret;
+        const int ret = fd_wait(watches, r.int_sock_broken ? 2 : 3, limit);
+        if ((ext_sock.ready & fd_exceptional) != 0) {
+            r.in.link->urgent_data = true;
         }
-        r.in.link->urgent_data = true;
-        if (ret > 1) {
-            return ret - 1;
+        if (ret == -1) {
+            return -1;
         }
+        int found = (ext_sock.ready & fd_readable) != 0 ? 1 : 0;
+        found += pipe.ready != 0 ? 1 : 0;
+        int_sock.ready = is_exception(r, int_sock) ? fd_exceptional : 0;
+        found += int_sock.ready != 0 ? 1 : 0;
+        if (ret == 0 || found > 0) {
+            return found;
+        }
+        limit = time_until(end);
     }
 }
 
@@ -298,14 +324,13 @@ int wait_and_note(receiver& r, fd_watch (&watches)[2])
 bool wait(receiver& r)
 {
     const bool marked = read_ahead_expect(r.from, awaited_bytes(r)) > 1;
-    r.timeout = {marked ? look_interval_s : silence_limit_s, 0};
     if (marked && !r.quiet) {
         r.quiet = true;
         r.quiet_limit = deadline_in(silence_limit_s);
     }
-    fd_watch watches[] = {{r.ext_sock, fd_readable, 0}, {r.pipe, fd_readable, 0}};
-    const auto& [ext_sock, pipe] = watches;
-    r.ret = wait_and_note(r, watches);
+    fd_watch watches[] = {{r.ext_sock, 0, 0}, {r.pipe, fd_readable, 0}, {r.int_sock, fd_broken, 0}};
+    const auto& [ext_sock, pipe, int_sock] = watches;
+    r.ret = wait_and_note(r, watches, marked ? look_interval_s : silence_limit_s);
     if (link_is_shut(r.in.link)) {
         r.ret = -1;
     }
@@ -318,15 +343,14 @@ bool wait(receiver& r)
                  "Receiver thread received shutdown signal. Exiting.\n");
         return false;
     }
-    if (fd_look(r.in.link->int_sock, fd_exceptional) == fd_exceptional) {
-        r.ret++; // counts like what the wait has found
+    if (int_sock.ready != 0) {
         LOG_ERROR(who, "int_sock exception happened!\n");
         return false;
     }
     if (r.ret == 0) {
         return marked ? look_below_mark(r) : wait_timed_out(r);
     }
-    return ext_sock.ready == 0 || found_readable(r);
+    return (ext_sock.ready & fd_readable) == 0 || found_readable(r);
 }
 
 // What has been read ahead counts as found readable, until the link is shut: the next wait fails
@@ -352,6 +376,7 @@ void* sdk_msgrecver_main(void* sdk_user)
     read_ahead_open(r.from, r.in.link, user->msgrecver_buf, msgrecver_buf_size);
     r.ext_sock = r.in.link->ext_sock;
     r.pipe = user->shutdown_pipe_recver[0];
+    r.int_sock = r.in.link->int_sock;
     user->msgrecver_started = 1;
     r.last_time = time(nullptr);
 

@@ -169,8 +169,7 @@ bool pass(sender& s)
 {
     fd_watch watches[] = {{s.int_sock, fd_readable, 0}, {s.pipe, fd_readable, 0}};
     const auto& [int_sock, pipe] = watches;
-    timeval timeout = heartbeat_interval;
-    s.ret = fd_wait(watches, 2, &timeout);
+    s.ret = fd_wait(watches, 2, heartbeat_interval);
     if (link_is_shut(s.link)) {
         s.ret = -1;
     }

@@ -1,7 +1,7 @@
 // The request pattern and the loopback exchange. See request_channel.h.
 //
 // The first datagram that arrives on the socket is the reply, whoever sent it and whatever it says.
-// Both ends of the wait other than a datagram, the time limit and a failing select, exist only at
+// Both ends of the wait other than a datagram, the time limit and a failing wait, exist only at
 // log levels 1 and 2. Both are the designed behaviour.
 #include "request_channel.h"
 
@@ -37,8 +37,7 @@ bool wait_for_reply(int sock, time_t last_time)
 {
     for (;;) {
         fd_watch watch = {sock, fd_readable, 0};
-        timeval interval = poll_interval;
-        const int ret = fd_wait(&watch, 1, &interval);
+        const int ret = fd_wait(&watch, 1, poll_interval);
         if (ret > 0) {
             return true;
         }

@@ -90,9 +90,9 @@ bool connect_within(const char* who, int sock, const sockaddr_in& device, int li
     if (errno != EINPROGRESS) {
         return false;
     }
-    timeval limit = {limit_ms / 1000, static_cast<suseconds_t>(limit_ms % 1000) * 1000};
+    const timeval limit = {limit_ms / 1000, static_cast<suseconds_t>(limit_ms % 1000) * 1000};
     fd_watch watch = {sock, fd_readable | fd_writable, 0};
-    if (fd_wait(&watch, 1, &limit) <= 0 || (watch.ready & fd_writable) == 0) {
+    if (fd_wait(&watch, 1, limit) <= 0 || (watch.ready & fd_writable) == 0) {
         return false;
     }
     if ((watch.ready & fd_readable) == 0) {

@@ -110,7 +110,7 @@ TEST_P(Ptz, ChangesNothingInTheRecord)
     const auto* record = reinterpret_cast<const unsigned char*>(stand.user);
     const bytes before(record, record + sizeof(zu_sdk_user));
     {
-        const fault failing("select", EINTR);
+        const fault failing("ppoll", EINTR);
         EXPECT_EQ(GetParam().call(stand.handle(), 5, 6), -1);
     }
     EXPECT_TRUE(std::equal(before.begin(), before.end(), record));

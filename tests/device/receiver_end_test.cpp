@@ -36,13 +36,12 @@ int bytes_in(int fd)
     return count;
 }
 
-// Puts a datagram that nobody wants on the loopback socket's error queue, and has the queue count
-// as an exceptional condition: the only one that a datagram socket can have.
-bool make_exceptional(int int_sock)
+// Puts a datagram that nobody wants on the loopback socket's error queue; the socket shows it as
+// `event`.
+bool put_on_error_queue(int int_sock, short event)
 {
     const int on = 1;
     setsockopt(int_sock, SOL_IP, IP_RECVERR, &on, sizeof(on));
-    setsockopt(int_sock, SOL_SOCKET, SO_SELECT_ERR_QUEUE, &on, sizeof(on));
     sockaddr_in nobody = {};
     nobody.sin_family = AF_INET;
     nobody.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -52,7 +51,20 @@ bool make_exceptional(int int_sock)
     }
     sendto(int_sock, "x", 1, 0, reinterpret_cast<sockaddr*>(&nobody), sizeof(nobody));
     pollfd watched = {int_sock, POLLPRI, 0};
-    return poll(&watched, 1, 5000) == 1 && (watched.revents & POLLPRI) != 0;
+    return poll(&watched, 1, 5000) == 1 && (watched.revents & event) != 0;
+}
+
+void make_queue_exceptional(int int_sock)
+{
+    const int on = 1;
+    setsockopt(int_sock, SOL_SOCKET, SO_SELECT_ERR_QUEUE, &on, sizeof(on));
+}
+
+// The only exceptional condition that a datagram socket can have.
+bool make_exceptional(int int_sock)
+{
+    make_queue_exceptional(int_sock);
+    return put_on_error_queue(int_sock, POLLPRI);
 }
 
 // A stream callback that leaves an error number behind on the receiver thread.
@@ -130,7 +142,7 @@ TEST(ReceiverEnd, TheShutdownPipeGoesBeforeAnExceptionOnTheLoopbackSocket)
 TEST(ReceiverEnd, AClearedRunWordEndsItAtTheNextPass)
 {
     for (const int level : log_levels) {
-        const before_call waits("select");
+        const before_call waits("ppoll");
         receiver_stand stand(level);
         ASSERT_TRUE(eventually([&] { return waits.count() >= 1; })); // a pass is under way
         stand.user->msgrecver_run = 0;
@@ -169,10 +181,38 @@ TEST(ReceiverEnd, AnExceptionOnTheLoopbackSocketGoesBeforeAWaitingMessage)
     expect_log(stand, {error("int_sock exception happened!\n")});
 }
 
+TEST(ReceiverEnd, AnExceptionOnTheLoopbackSocketEndsAWaitThatIsUnderWay)
+{
+    receiver_stand stand(1);
+    EXPECT_TRUE(takes_a_frame(stand));
+    ASSERT_TRUE(make_exceptional(stand.user->int_sock));
+    ASSERT_TRUE(stand.receiver_ended());
+    expect_log(stand, {error("int_sock exception happened!\n")});
+}
+
+// The error is the sender's, who reads the socket.
+TEST(ReceiverEnd, AnErrorOnTheLoopbackSocketThatIsNoExceptionIsPassedOver)
+{
+    receiver_stand stand(1);
+    EXPECT_TRUE(takes_a_frame(stand));
+    const before_call waits("ppoll");
+    ASSERT_TRUE(put_on_error_queue(stand.user->int_sock, POLLERR));
+    ASSERT_TRUE(eventually([&] { return waits.count() >= 1; }));
+    // It wakes the receiver no more.
+    EXPECT_TRUE(all_along([&] { return waits.count() <= 2; }, std::chrono::milliseconds(300)));
+    EXPECT_TRUE(takes_a_frame(stand));
+    EXPECT_TRUE(stand.log.lines().empty());
+
+    make_queue_exceptional(stand.user->int_sock);
+    stand.link.send(stream_data("KTVF", {}));
+    ASSERT_TRUE(stand.receiver_ended());
+    expect_log(stand, {error("int_sock exception happened!\n")});
+}
+
 TEST(ReceiverEnd, AFailedWaitEndsIt)
 {
     for (const int level : log_levels) {
-        fault failing("select", ENOMEM, 2); // the second wait
+        fault failing("ppoll", ENOMEM, 2); // the second wait
         failing.on_thread(receiver_name);
         receiver_stand stand(level);
         EXPECT_TRUE(takes_a_frame(stand));
@@ -184,7 +224,7 @@ TEST(ReceiverEnd, AFailedWaitEndsIt)
 
 TEST(ReceiverEnd, AnInterruptedWaitIsAFailedWait)
 {
-    fault interrupted("select", EINTR, 2, 1);
+    fault interrupted("ppoll", EINTR, 2, 1);
     interrupted.on_thread(receiver_name);
     receiver_stand stand(1);
     EXPECT_TRUE(takes_a_frame(stand));

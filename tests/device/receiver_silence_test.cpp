@@ -129,7 +129,7 @@ TEST(ReceiverSilence, BeginsAnewWithEveryByte)
 
 TEST(ReceiverSilence, GoesOnAfterAWaitThatEndedEarly)
 {
-    fault early("select", 0, 1, 3);
+    fault early("ppoll", 0, 1, 3);
     early.on_thread(receiver_name).returning(0);
     receiver_stand stand(2);
     EXPECT_TRUE(takes_a_frame(stand));
@@ -140,8 +140,8 @@ TEST(ReceiverSilence, GoesOnAfterAWaitThatEndedEarly)
 
 TEST(ReceiverSilence, AsksForTheSocketsErrorFromTheThirdToTheFifthSecondOnly)
 {
-    const before_call slow("select", dawdle);
-    fault early("select", 0);
+    const before_call slow("ppoll", dawdle);
+    fault early("ppoll", 0);
     early.on_thread(receiver_name).returning(0);
     receiver_stand stand(2);
     const before_call asked("getsockopt");
@@ -155,8 +155,7 @@ TEST(ReceiverSilence, AsksForTheSocketsErrorFromTheThirdToTheFifthSecondOnly)
     EXPECT_EQ(asked.count(), in_between);
     EXPECT_GE(lines.back().diff, 6);
     EXPECT_EQ(static_cast<int>(lines.size()), early.hits());
-    // The wait that was made to end early has left all of its six seconds.
-    EXPECT_TRUE(stand.log.has(0, receiver_name, "ret: 0, tv_sec: 6\n"));
+    EXPECT_TRUE(stand.log.has(0, receiver_name, "ret: 0, tv_sec: 0\n"));
     EXPECT_EQ(other_lines(stand.log).size(), 4U); // entry, the two lines, exit
 }
 
@@ -180,8 +179,8 @@ class ReceiverInDoubt : public at_level
 TEST_P(ReceiverInDoubt, EndsWhenTheSocketHasAnError)
 {
     stopped_clock clock;
-    const before_call slow("select", dawdle);
-    fault early("select", 0);
+    const before_call slow("ppoll", dawdle);
+    fault early("ppoll", 0);
     early.on_thread(receiver_name).returning(0);
     receiver_stand stand(level);
     ASSERT_TRUE(eventually([&] { return early.hits() >= 2; })); // it has begun
@@ -204,8 +203,8 @@ INSTANTIATE_TEST_SUITE_P(, ReceiverInDoubt, all_levels(), level_name);
 TEST(ReceiverSilence, EndsTheReceiverInDoubtWhenTheSocketCannotBeAsked)
 {
     stopped_clock clock;
-    const before_call slow("select", dawdle);
-    fault early("select", 0);
+    const before_call slow("ppoll", dawdle);
+    fault early("ppoll", 0);
     early.on_thread(receiver_name).returning(0);
     fault mute("getsockopt", ENOBUFS);
     mute.on_thread(receiver_name);

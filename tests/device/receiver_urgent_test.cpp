@@ -32,11 +32,11 @@ TEST(ReceiverUrgent, AByteByItselfEndsNoWait)
 {
     receiver_stand stand(1);
     EXPECT_TRUE(takes_a_frame(stand));
-    const before_call waits("select");
+    const before_call waits("ppoll");
     ASSERT_TRUE(stand.link.send_urgent('!'));
     ASSERT_TRUE(noted(stand));
     ASSERT_TRUE(eventually([&] { return waits.count() >= 1; })); // it goes on
-    EXPECT_LT(last_select().timeout.tv_sec, 6);
+    EXPECT_LT(last_wait().limit.tv_sec, 6);
     // And it wakes the receiver no more.
     EXPECT_TRUE(all_along([&] { return waits.count() <= 2; }, std::chrono::milliseconds(300)));
     EXPECT_TRUE(takes_a_frame(stand));
@@ -65,7 +65,7 @@ TEST(ReceiverUrgent, IsLookedForBeforeAReadThatNoWaitPrecedes)
     const before_call slow("poll", dawdle);
     stand.link.send(hex("22 10 00"));
     ASSERT_TRUE(eventually([&] { return slow.count() >= 3; })); // in the midst of a header
-    const before_call waits("select");
+    const before_call waits("ppoll");
     ASSERT_TRUE(stand.link.send_urgent('!'));
     EXPECT_TRUE(noted(stand));
     EXPECT_EQ(waits.count(), 0);

@@ -201,11 +201,11 @@ TEST_F(exchange, UsesAFreshSocketThatIsGoneAfterwards)
 
 TEST_F(exchange, PollsEvery30Milliseconds)
 {
-    const before_call polls("select");
+    const before_call polls("ppoll");
     auto running = call();
     ASSERT_TRUE(eventually([&] { return polls.count() >= 3; })); // set afresh for each
-    EXPECT_EQ(last_select().timeout.tv_sec, 0);
-    EXPECT_EQ(last_select().timeout.tv_usec, 30000);
+    EXPECT_EQ(last_wait().limit.tv_sec, 0);
+    EXPECT_EQ(last_wait().limit.tv_usec, 30000);
     ASSERT_TRUE(desk.receive());
     reply({});
     running.get();

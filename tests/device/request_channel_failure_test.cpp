@@ -98,7 +98,7 @@ outcome unreadable(counter& at)
 
 outcome unwaitable(counter& at)
 {
-    const fault failing("select", EINTR);
+    const fault failing("ppoll", EINTR);
     return unanswered(at);
 }
 
@@ -232,7 +232,7 @@ TEST_P(exchange_without_limit, SpinsWhileTheWaitKeepsFailingAndTakesTheReplyAfte
 {
     std::future<outcome> running;
     {
-        fault failing("select", EBADF);
+        fault failing("ppoll", EBADF);
         failing.on_thread(caller_thread);
         running = at.call();
         ASSERT_TRUE(at.desk.receive());

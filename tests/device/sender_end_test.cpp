@@ -38,8 +38,7 @@ struct sender_end : testing::Test {
     template <class Arrange>
     void hold_sender_while(Arrange arrange)
     {
-        const before_call held("select",
-                               [this] { eventually([this] { return arranged.load(); }); });
+        const before_call held("ppoll", [this] { eventually([this] { return arranged.load(); }); });
         stand.start_sender();
         ASSERT_TRUE(eventually([&] { return held.count() == 1; }));
         arrange();
@@ -107,7 +106,7 @@ TEST_F(sender_end, ItsClearedRunWordEndsItWithoutALine)
 
 TEST_F(sender_end, TheRunWordIsTestedBeforeTheFirstPass)
 {
-    const before_call waits("select");
+    const before_call waits("ppoll");
     stand.user->msgsender_run = 0;
     sdk_user_hold(stand.user);
     link_hold(stand.user->worker_link);
@@ -121,7 +120,7 @@ TEST_F(sender_end, TheRunWordIsTestedBeforeTheFirstPass)
 TEST_F(sender_end, AnInterruptedWaitEndsItLikeAnyFailedOne)
 {
     stand.start_sender();
-    fault interrupted("select", EINTR, 1, 1);
+    fault interrupted("ppoll", EINTR, 1, 1);
     interrupted.on_thread(sender_thread);
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_THAT(said(), ElementsAre("msgsender select faill!\n"));
@@ -226,7 +225,7 @@ TEST_F(sender_end, PausesForTenMillisecondsBeforeItSaysItHasEnded)
 
 TEST_F(sender_end, AFailedWaitComesBeforeThePipe)
 {
-    fault failing("select", EBADF, 1, 1);
+    fault failing("ppoll", EBADF, 1, 1);
     failing.on_thread(sender_thread);
     hold_sender_while([&] { tell_by_pipe(); });
     EXPECT_THAT(said(), ElementsAre("msgsender select faill!\n"));
@@ -264,7 +263,7 @@ TEST_F(sender_end, TheExceptionComesBeforeTheDatagram)
 
 TEST_F(sender_end, AQuietWaitLooksAtTheSocketErrorAndNotForADatagram)
 {
-    fault quiet("select", 0, 1, 1);
+    fault quiet("ppoll", 0, 1, 1);
     quiet.on_thread(sender_thread).returning(0);
     fault pending("getsockopt", ETIMEDOUT);
     pending.on_thread(sender_thread).returning(0);
@@ -278,7 +277,7 @@ TEST_F(sender_end, ADatagramIsForwardedWithoutALookAtTheSocketError)
 {
     fault unreadable("getsockopt", EBADF);
     unreadable.on_thread(sender_thread);
-    const before_call waits("select", [this] { eventually([this] { return arranged.load(); }); });
+    const before_call waits("ppoll", [this] { eventually([this] { return arranged.load(); }); });
     stand.start_sender();
     request(start_datagram());
     arranged = true;

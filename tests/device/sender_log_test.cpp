@@ -49,7 +49,7 @@ void request(const worker_stand& stand, const bytes& datagram)
 
 void wait_fails(worker_stand& stand)
 {
-    fault failing("select", EBADF);
+    fault failing("ppoll", EBADF);
     failing.on_thread(sender_thread);
     ASSERT_TRUE(stand.sender_ended());
 }

@@ -118,7 +118,7 @@ bytes datagram_of(Call call)
     worker_stand stand(1);
     loopback_socket desk;
     stand.user->int_port = desk.port();
-    const fault failing("select", EINTR);
+    const fault failing("ppoll", EINTR);
     EXPECT_EQ(call(stand.handle()), -1);
     return desk.receive().value_or(bytes{});
 }

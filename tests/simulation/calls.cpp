@@ -1,5 +1,5 @@
 // The functions that the library's simulated copy calls in place of libc's: descriptors, time,
-// threads, memory. Sockets are in socket_calls.cpp, select in select_call.cpp. See calls.h.
+// threads, memory. Sockets are in socket_calls.cpp, waits in wait_calls.cpp. See calls.h.
 #include "calls.h"
 
 #include <ctime>

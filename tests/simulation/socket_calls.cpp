@@ -5,7 +5,6 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -236,22 +235,6 @@ ssize_t sim_recvmsg(int fd, msghdr* message, int flags)
         done += part;
     }
     return count;
-}
-
-// A look without waiting at one descriptor.
-int sim_poll(pollfd* watch, nfds_t, int)
-{
-    const entered c("poll", FROM);
-    const descriptor_ref one = c.fails() ? nullptr : c.find(watch->fd);
-    if (one == nullptr) {
-        return -1;
-    }
-    const int there = (one->readable() ? POLLIN : 0) | (one->exceptional() ? POLLPRI : 0);
-    watch->revents = static_cast<short>(there & watch->events);
-    if (watch->revents == 0 && (watch->events & POLLIN) != 0) {
-        c.on.threads.spend(c.on.fruitless_time); // it stands for a read that would find nothing
-    }
-    return watch->revents == 0 ? 0 : 1;
 }
 
 int sim_ioctl(int fd, unsigned long, int* queued) // FIONREAD

@@ -13,7 +13,6 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -25,11 +24,11 @@ namespace support
 namespace
 {
 
-std::mutex guard; // the two lists and the latest select
+std::mutex guard; // the two lists and the latest wait
 std::vector<fault*> armed;
 std::vector<std::shared_ptr<before_call::watch>> watches;
 std::atomic<int> armed_count{0}; // of both lists
-select_request latest_select;
+wait_request latest_wait;
 
 void count_armed()
 {
@@ -159,10 +158,10 @@ void stopped_clock::advance(int whole_seconds)
     stopped_at += whole_seconds;
 }
 
-select_request last_select()
+wait_request last_wait()
 {
     const std::lock_guard<std::mutex> lock(guard);
-    return latest_select;
+    return latest_wait;
 }
 
 // Counts a call that is about to be made and runs the steps that wait for it, without the lock.
@@ -185,10 +184,14 @@ static void announce(const char* name)
     }
 }
 
-static void remember_select(int descriptor_count, const timeval* timeout)
+static void remember_wait(const pollfd* watches, nfds_t count, const timespec* limit)
 {
     const std::lock_guard<std::mutex> lock(guard);
-    latest_select = {descriptor_count, timeout != nullptr ? *timeout : timeval{}};
+    latest_wait.limit = {limit->tv_sec, limit->tv_nsec / 1000};
+    latest_wait.descriptors.clear();
+    for (nfds_t i = 0; i < count; i++) {
+        latest_wait.descriptors.push_back(watches[i].fd);
+    }
 }
 
 // Whether a call is to fail; sets errno then. The first argument matters for descriptors only.
@@ -212,7 +215,7 @@ static bool struck(const char* name, long first_argument, long* result, int* err
 
 } // namespace support
 
-using support::remember_select;
+using support::remember_wait;
 using support::struck;
 
 // One function of the seam: fails as told, or passes the call on.
@@ -282,13 +285,18 @@ SEAM_PTHREAD(pthread_create,
 SEAM_PTHREAD(pthread_mutex_init, (pthread_mutex_t * mutex, const pthread_mutexattr_t* attributes),
              (mutex, attributes))
 
-int seam_select(int count, fd_set* in, fd_set* out, fd_set* except, timeval* timeout)
+int seam_ppoll(pollfd* watches, nfds_t count, const timespec* limit, const sigset_t* mask)
 {
-    remember_select(count, timeout);
+    remember_wait(watches, count, limit);
     long result = 0;
     int error = 0;
-    return struck("select", -1, &result, &error) ? static_cast<int>(result)
-                                                 : select(count, in, out, except, timeout);
+    if (!struck("ppoll", -1, &result, &error)) {
+        return ppoll(watches, count, limit, mask);
+    }
+    for (nfds_t i = 0; result > 0 && i < count; i++) {
+        watches[i].revents = watches[i].events;
+    }
+    return static_cast<int>(result);
 }
 
 int seam_getsockopt(int fd, int level, int name, void* value, socklen_t* length)

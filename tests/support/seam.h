@@ -5,7 +5,7 @@
 // fault the seam passes every call on.
 //
 //     bind connect fcntl getsockname getsockopt gettimeofday ioctl localtime_r mmap munmap pipe
-//     poll pthread_create pthread_mutex_init read recv recvfrom recvmsg select send sendto
+//     poll ppoll pthread_create pthread_mutex_init read recv recvfrom recvmsg send sendto
 //     setsockopt socket time usleep vfork write
 #pragma once
 
@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <sys/time.h>
+#include <vector>
 
 namespace support
 {
@@ -23,7 +24,8 @@ constexpr int for_ever = 1 << 30;
 // While it lives, calls of `function` by the library fail: from the `nth` next one on, `times` of
 // them, with `error` (errno, or the result for pthread functions). With `result` the calls return
 // that instead of -1, without being made; errno is then set only if `error` is not 0. A getsockopt
-// that returns 0 in this way reads `error` as the pending error of the socket.
+// that returns 0 in this way reads `error` as the pending error of the socket; a ppoll that returns
+// more has found all that it was asked for.
 class fault
 {
 public:
@@ -99,11 +101,11 @@ public:
     void advance(int whole_seconds);
 };
 
-// What the library's latest call of select asked for, whichever thread made it.
-struct select_request {
-    int descriptor_count;
-    timeval timeout;
+// What the library's latest call of ppoll asked for, whichever thread made it.
+struct wait_request {
+    std::vector<int> descriptors;
+    timeval limit;
 };
-select_request last_select();
+wait_request last_wait();
 
 } // namespace support

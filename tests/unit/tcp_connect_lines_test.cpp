@@ -74,7 +74,7 @@ TEST_P(TcpConnectLines, OfARefusedConnectWithLimit)
 
 TEST_P(TcpConnectLines, OfAnExpiredLimit)
 {
-    fault expired("select", 0);
+    fault expired("ppoll", 0);
     expired.returning(0);
     const log_tap log(level);
     tcp_ext_connect(host, device.port(), 1000);

@@ -211,23 +211,23 @@ TEST_F(TcpConnect, WaitsInWholeSecondsAndMicroseconds)
     } const limits[] = {
         {1500, 1, 500000}, {1000, 1, 0}, {999, 0, 999000}, {0, 0, 0}, {2001, 2, 1000}};
     for (const auto& limit : limits) {
-        fault expired("select", 0);
+        fault expired("ppoll", 0);
         expired.returning(0);
         EXPECT_EQ(tcp_ext_connect(host, device.port(), limit.limit_ms), -1);
-        EXPECT_EQ(last_select().timeout.tv_sec, limit.seconds) << limit.limit_ms;
-        EXPECT_EQ(last_select().timeout.tv_usec, limit.microseconds) << limit.limit_ms;
+        EXPECT_EQ(last_wait().limit.tv_sec, limit.seconds) << limit.limit_ms;
+        EXPECT_EQ(last_wait().limit.tv_usec, limit.microseconds) << limit.limit_ms;
     }
 }
 
-TEST_F(TcpConnect, AsksSelectForOneDescriptorMoreThanItsOwn)
+TEST_F(TcpConnect, WaitsForItsSocketAlone)
 {
     const owned_socket sock(tcp_ext_connect(host, device.port(), 1000));
-    EXPECT_EQ(last_select().descriptor_count, sock + 1);
+    EXPECT_THAT(last_wait().descriptors, testing::ElementsAre(static_cast<int>(sock)));
 }
 
-TEST_F(TcpConnect, ClosesTheDescriptorWhenSelectExpires)
+TEST_F(TcpConnect, ClosesTheDescriptorWhenTheWaitExpires)
 {
-    fault expired("select", 0);
+    fault expired("ppoll", 0);
     expired.returning(0);
     const inventory before;
 
@@ -237,9 +237,9 @@ TEST_F(TcpConnect, ClosesTheDescriptorWhenSelectExpires)
     EXPECT_EQ(before.left_over(), "");
 }
 
-TEST_F(TcpConnect, ClosesTheDescriptorWhenSelectFails)
+TEST_F(TcpConnect, ClosesTheDescriptorWhenTheWaitFails)
 {
-    const fault failed("select", EINTR);
+    const fault failed("ppoll", EINTR);
     const inventory before;
 
     EXPECT_EQ(tcp_ext_connect(host, device.port(), 1000), -1);
@@ -251,7 +251,7 @@ TEST_F(TcpConnect, ClosesTheDescriptorWhenSelectFails)
 TEST_F(TcpConnect, ClosesTheDescriptorWhenConnectFailsAtOnce)
 {
     const fault unreachable("connect", ENETUNREACH);
-    const before_call waiting("select");
+    const before_call waiting("ppoll");
     const inventory before;
 
     EXPECT_EQ(tcp_ext_connect(host, device.port(), 1000), -1);
@@ -264,7 +264,7 @@ TEST_F(TcpConnect, TakesAConnectThatSucceedsAtOnce)
 {
     fault at_once("connect", 0);
     at_once.returning(0);
-    const before_call waiting("select");
+    const before_call waiting("ppoll");
 
     const owned_socket sock(tcp_ext_connect(host, device.port(), 1000));
 
@@ -288,7 +288,7 @@ TEST_F(TcpConnect, TakesASilentDeviceAtTheFirstConnect)
 TEST_F(TcpConnect, TakesADeviceThatGreetsBeforeItIsWaitedFor)
 {
     peer end;
-    const before_call greeting("select", [&] { end = greet(device, text("welcome")); });
+    const before_call greeting("ppoll", [&] { end = greet(device, text("welcome")); });
     const before_call connects("connect");
 
     const owned_socket sock(tcp_ext_connect(host, device.port(), 1000));
@@ -304,7 +304,7 @@ TEST_F(TcpConnect, TakesADeviceThatGreetsBeforeItIsWaitedFor)
 TEST_F(TcpConnect, FailsWhenAGreetingDevicesSecondConnectFailsWithoutAnError)
 {
     peer end;
-    const before_call greeting("select", [&] { end = greet(device, text("welcome")); });
+    const before_call greeting("ppoll", [&] { end = greet(device, text("welcome")); });
     const fault second("connect", EALREADY, 2, 1);
     const inventory before;
 
@@ -318,7 +318,7 @@ TEST_F(TcpConnect, FailsWhenAGreetingDevicesSecondConnectFailsWithoutAnError)
 TEST_F(TcpConnect, TakesADeviceWhosePendingErrorSaysItIsConnected)
 {
     peer end;
-    const before_call greeting("select", [&] { end = greet(device, text("welcome")); });
+    const before_call greeting("ppoll", [&] { end = greet(device, text("welcome")); });
     const fault second("connect", EALREADY, 2, 1);
     fault pending("getsockopt", EISCONN);
     pending.returning(0);
@@ -333,7 +333,7 @@ TEST_F(TcpConnect, TakesADeviceWhosePendingErrorSaysItIsConnected)
 TEST_F(TcpConnect, FailsOnAnyOtherPendingError)
 {
     for (const int pending_error : {0, ECONNREFUSED, EALREADY, EINPROGRESS}) {
-        fault ready("select", 0);
+        fault ready("ppoll", 0);
         ready.returning(1);
         const fault second("connect", EALREADY, 2, 1);
         fault pending("getsockopt", pending_error);
