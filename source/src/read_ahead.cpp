@@ -8,7 +8,6 @@
 #include <cstring>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 
 #include "fd_wait.h"
 
@@ -78,16 +77,12 @@ int read_socket(read_ahead& in, int lacking)
         errno = EAGAIN;
         return -1;
     }
-    char* const into = in.buffer + in.end;
     const int left = in.size - in.end - lacking;
     const int ahead = left < read_ahead_size ? left : read_ahead_size;
-    iovec parts[] = {{into, static_cast<size_t>(lacking)},
-                     {into + lacking, static_cast<size_t>(ahead)}};
-    msghdr message = {};
-    message.msg_iov = parts;
-    message.msg_iovlen = waited ? 2 : 1;
-    const int ret = static_cast<int>(recvmsg(in.link->ext_sock, &message, MSG_DONTWAIT));
-    in.came_short = ret < (waited ? lacking + ahead : lacking);
+    const int room = waited ? lacking + ahead : lacking;
+    const int ret =
+        static_cast<int>(recv(in.link->ext_sock, in.buffer + in.end, room, MSG_DONTWAIT));
+    in.came_short = ret < room;
     if (ret > 0) {
         in.end += ret;
     }

@@ -75,7 +75,7 @@ TEST(ReceiverAhead, TakesManyMessagesByOneReadAndAllocatesNothing)
 {
     stopped_receiver stopped;
     stopped.send(frames(100, 300));
-    const before_call reads("recvmsg");
+    const before_call reads("recv");
     const before_call waits("ppoll");
     const before_call allocations("mmap"); // the library has no other way to get memory
     ASSERT_TRUE(stopped.takes(101));
@@ -200,7 +200,7 @@ TEST(ReceiverAhead, ABodyOfWhichNothingHasComeIsTriedOnce)
 {
     const bytes whole = frame(50, 7);
     stopped_receiver stopped(2, frame(30, 1) + part(whole, 0, 12));
-    const before_call reads("recvmsg");
+    const before_call reads("recv");
     ASSERT_TRUE(stopped.takes(2));
     ASSERT_TRUE(stopped.stand.log.wait_for(again_line));
     EXPECT_EQ(reads.count(), 0); // a look was enough
@@ -219,7 +219,7 @@ TEST(ReceiverAhead, LeavesTheNumberBehindThatAPlainReadWouldHave)
         const before_call waits("ppoll");
         ASSERT_TRUE(stopped.takes(2));
         ASSERT_TRUE(eventually([&] { return waits.count() >= 1; }));
-        const before_call slow("recvmsg", dawdle);
+        const before_call slow("recv", dawdle);
         stopped.stand.link.send(part(whole, body_tried ? 12 : 13, whole.size()));
         ASSERT_TRUE(stopped.held.seen.wait_for_blocks(3));
         stopped.stand.link.hang_up();
@@ -310,7 +310,7 @@ TEST(ReceiverAheadOfAResponse, AFailureToReadWhatLiesBehindTheBlockIsNone)
     const bytes answer = response(caller);
     stopped_receiver stopped(2, part(answer, 0, 500));
     stopped.send(part(answer, 500, answer.size()));
-    fault failing("recvmsg", EAGAIN, 1, 1);
+    fault failing("recv", EAGAIN, 1, 1);
     failing.on_thread(receiver_name);
     ASSERT_TRUE(stopped.takes(1));
     EXPECT_EQ(caller.receive(), answer);

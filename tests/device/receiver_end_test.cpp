@@ -286,7 +286,7 @@ TEST(ReceiverEnd, AResetBetweenMessagesEndsIt)
 TEST(ReceiverEnd, AnyOtherErrorOfAHeaderReadEndsIt)
 {
     for (const int error_number : {ENOTCONN, ETIMEDOUT, ENOMEM, EBADF}) {
-        fault failing("recvmsg", error_number, 1, 1);
+        fault failing("recv", error_number, 1, 1);
         failing.on_thread(receiver_name);
         receiver_stand stand(2);
         stand.link.send(heartbeat_answer());
@@ -337,7 +337,7 @@ TEST(ReceiverEnd, AResetInsideABodyEndsIt)
 
 TEST(ReceiverEnd, AnyOtherErrorOfABodyReadEndsIt)
 {
-    fault failing("recvmsg", ENOMEM, 2, 1);
+    fault failing("recv", ENOMEM, 2, 1);
     failing.on_thread(receiver_name);
     receiver_stand stand(2);
     stand.link.send(make_message(0x1100, 1000, 0, pattern(10)));

@@ -68,7 +68,7 @@ public:
 TEST(ReceiverMark, APieceOfAFrameWakesNobody)
 {
     receiver_in_a_frame stand;
-    const before_call reads("recvmsg");
+    const before_call reads("recv");
     const before_call looks("ioctl");
     while (stand.sent < 29000) {
         stand.send_up_to(stand.sent + 1000);

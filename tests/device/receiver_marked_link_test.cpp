@@ -126,7 +126,7 @@ TEST(ReceiverMarkedLink, DropsABodyThatWasReadAfterTheMark)
     receiver_stand stand(1);
     EXPECT_TRUE(takes_a_frame(stand));
     std::atomic<bool> marked{false};
-    const before_call mark("recvmsg", [&] {
+    const before_call mark("recv", [&] {
         link_shut_int(stand.user->link);
         marked = true;
     });
@@ -154,11 +154,11 @@ TEST(ReceiverMarkedLink, EndsASpinInsideAHeader)
 
 TEST(ReceiverMarkedLink, EndsASpinOnAConnectionThatThePeerHasClosed)
 {
-    fault no_body_yet("recvmsg", EAGAIN, 2, 1);
+    fault no_body_yet("recv", EAGAIN, 2, 1);
     no_body_yet.on_thread(receiver_name);
     receiver_stand stand(1);
     EXPECT_TRUE(takes_a_frame_in_two(stand));
-    const before_call reads("recvmsg");
+    const before_call reads("recv");
     stand.link.close();
     ASSERT_TRUE(eventually([&] { return reads.count() >= 2; }));
     link_shut_ext(stand.user->link);
@@ -170,7 +170,7 @@ TEST(ReceiverMarkedLink, EndsAHeaderThatTheWaitHadPromised)
 {
     receiver_stand stand(1);
     EXPECT_TRUE(takes_a_frame(stand));
-    const before_call mark("recvmsg", [&] { link_shut_ext(stand.user->link); });
+    const before_call mark("recv", [&] { link_shut_ext(stand.user->link); });
     stand.link.close();
     ASSERT_TRUE(stand.receiver_ended());
     expect_log(stand, {bad_descriptor_header_line, header_break_line});

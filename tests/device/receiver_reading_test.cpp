@@ -164,7 +164,7 @@ private:
     std::string steps;
     const before_call waits{"ppoll", [this] { note('w'); }};
     const before_call looks{"poll", [this] { note('l'); }};
-    const before_call reads{"recvmsg", [this] { note('r'); }};
+    const before_call reads{"recv", [this] { note('r'); }};
 };
 
 } // namespace
@@ -208,7 +208,7 @@ namespace
 void expect_body_read_is_retried(int error_number, const std::string& line)
 {
     for (const int level : log_levels) {
-        fault failing("recvmsg", error_number, 2, 1);
+        fault failing("recv", error_number, 2, 1);
         failing.on_thread(receiver_name);
         receiver_stand stand(level);
         EXPECT_TRUE(takes_a_frame_in_two(stand));
@@ -232,7 +232,7 @@ TEST(ReceiverReading, RetriesABodyReadThatIsInterrupted)
 TEST(ReceiverReading, RetriesAHeaderReadWithoutALineAndWithoutWaiting)
 {
     for (const int error_number : {EINTR, EAGAIN}) {
-        fault failing("recvmsg", error_number, 1, 5);
+        fault failing("recv", error_number, 1, 5);
         failing.on_thread(receiver_name);
         receiver_stand stand(2);
         EXPECT_TRUE(takes_a_frame(stand));

@@ -32,12 +32,12 @@ class ReceiverClosedWithEagain : public at_level
 
 TEST_P(ReceiverClosedWithEagain, EndsLikeASilentOneAfterSixSeconds)
 {
-    fault no_body_yet("recvmsg", EAGAIN, 2, 1);
+    fault no_body_yet("recv", EAGAIN, 2, 1);
     no_body_yet.on_thread(receiver_name);
     receiver_stand stand(level);
     EXPECT_TRUE(takes_a_frame_in_two(stand));
     EXPECT_EQ(no_body_yet.hits(), 1);
-    const before_call slow("recvmsg", dawdle);
+    const before_call slow("recv", dawdle);
     stand.link.hang_up();
     ASSERT_TRUE(stand.receiver_ended());
     expect_log(stand, {trace(again_line), error("no msg in 6 seconds!\n"),
@@ -48,11 +48,11 @@ INSTANTIATE_TEST_SUITE_P(, ReceiverClosedWithEagain, all_levels(), level_name);
 
 TEST(ReceiverClosed, EndsLikeASilentOneWhenEintrIsLeftOver)
 {
-    fault interrupted("recvmsg", EINTR, 2, 1);
+    fault interrupted("recv", EINTR, 2, 1);
     interrupted.on_thread(receiver_name);
     receiver_stand stand(2);
     EXPECT_TRUE(takes_a_frame_in_two(stand));
-    const before_call slow("recvmsg", dawdle);
+    const before_call slow("recv", dawdle);
     const before_call asked("getsockopt");
     stand.link.hang_up();
     ASSERT_TRUE(stand.receiver_ended());
@@ -63,12 +63,12 @@ TEST(ReceiverClosed, EndsLikeASilentOneWhenEintrIsLeftOver)
 
 TEST(ReceiverClosed, CountsItsSixSecondsFromWhenTheEndArrived)
 {
-    fault no_body_yet("recvmsg", EAGAIN, 2, 1);
+    fault no_body_yet("recv", EAGAIN, 2, 1);
     no_body_yet.on_thread(receiver_name);
     receiver_stand stand(1);
     EXPECT_TRUE(takes_a_frame_in_two(stand));
     EXPECT_TRUE(all_along([&] { return stand.receiver_runs(); }, std::chrono::milliseconds(2500)));
-    const before_call slow("recvmsg", dawdle);
+    const before_call slow("recv", dawdle);
     const auto end_sent = steady::now();
     stand.link.hang_up();
     ASSERT_TRUE(stand.receiver_ended());
@@ -105,11 +105,11 @@ TEST(ReceiverClosed, EndsLikeASilentOneInsideAHeader)
 
 TEST(ReceiverClosed, SpinsOnWhateverRunWordAndPipeSay)
 {
-    fault no_body_yet("recvmsg", EAGAIN, 2, 1);
+    fault no_body_yet("recv", EAGAIN, 2, 1);
     no_body_yet.on_thread(receiver_name);
     receiver_stand stand(1);
     EXPECT_TRUE(takes_a_frame_in_two(stand));
-    const before_call slow("recvmsg", dawdle);
+    const before_call slow("recv", dawdle);
     stand.link.hang_up();
     ASSERT_TRUE(eventually([&] { return slow.count() >= 2; }));
     stand.user->msgrecver_run = 0;
@@ -126,8 +126,8 @@ class ReceiverSpinsOnEagain : public at_level
 
 TEST_P(ReceiverSpinsOnEagain, UntilTheSocketHasAnError)
 {
-    const before_call slow("recvmsg", dawdle);
-    fault nothing("recvmsg", EAGAIN);
+    const before_call slow("recv", dawdle);
+    fault nothing("recv", EAGAIN);
     nothing.on_thread(receiver_name);
     receiver_stand stand(level);
     stand.link.reset(); // readable, but every read says that there is nothing
@@ -140,8 +140,8 @@ INSTANTIATE_TEST_SUITE_P(, ReceiverSpinsOnEagain, all_levels(), level_name);
 
 TEST(ReceiverSpins, UntilTheSocketCannotBeAskedForItsError)
 {
-    const before_call slow("recvmsg", dawdle);
-    fault nothing("recvmsg", EAGAIN);
+    const before_call slow("recv", dawdle);
+    fault nothing("recv", EAGAIN);
     nothing.on_thread(receiver_name);
     fault mute("getsockopt", ENOBUFS);
     mute.on_thread(receiver_name);

@@ -213,30 +213,6 @@ ssize_t sim_recv(int fd, void* into, size_t room, int flags)
                                    : receive_tcp(c, socket, into, c.limited(room), flags);
 }
 
-// Fills the parts one after the other.
-ssize_t sim_recvmsg(int fd, msghdr* message, int flags)
-{
-    const entered c("recvmsg", FROM);
-    const descriptor_ref socket = c.fails() ? nullptr : c.find(fd);
-    if (socket == nullptr) {
-        return -1;
-    }
-    size_t room = 0;
-    for (size_t i = 0; i < message->msg_iovlen; i++) {
-        room += message->msg_iov[i].iov_len;
-    }
-    std::string bytes(std::min(c.limited(room), socket->inbound.size() + 1), '\0');
-    const ssize_t count = receive_tcp(c, socket, bytes.data(), bytes.size(), flags);
-    size_t done = 0;
-    for (size_t i = 0; i < message->msg_iovlen && static_cast<ssize_t>(done) < count; i++) {
-        const size_t part =
-            std::min(message->msg_iov[i].iov_len, static_cast<size_t>(count) - done);
-        memcpy(message->msg_iov[i].iov_base, bytes.data() + done, part);
-        done += part;
-    }
-    return count;
-}
-
 int sim_ioctl(int fd, unsigned long, int* queued) // FIONREAD
 {
     const entered c("ioctl", FROM);

@@ -247,15 +247,14 @@ SEAM(int, socket, (int domain, int type, int protocol), -1, (domain, type, proto
 SEAM(int, bind, (int fd, const sockaddr* to, socklen_t length), fd, (fd, to, length))
 SEAM(int, connect, (int fd, const sockaddr* to, socklen_t length), fd, (fd, to, length))
 SEAM(int, getsockname, (int fd, sockaddr* to, socklen_t* length), fd, (fd, to, length))
-ssize_t seam_recvmsg(int fd, msghdr* message, int flags)
+ssize_t seam_recv(int fd, void* into, size_t room, int flags)
 {
-    support::note_room(message->msg_iov[0].iov_len);
+    support::note_room(room);
     long result = 0;
     int error = 0;
-    return struck("recvmsg", fd, &result, &error) ? static_cast<ssize_t>(result)
-                                                  : recvmsg(fd, message, flags);
+    return struck("recv", fd, &result, &error) ? static_cast<ssize_t>(result)
+                                               : recv(fd, into, room, flags);
 }
-SEAM(ssize_t, recv, (int fd, void* into, size_t room, int flags), fd, (fd, into, room, flags))
 SEAM(int, poll, (pollfd * watches, nfds_t count, int timeout), watches->fd,
      (watches, count, timeout))
 SEAM(int, ioctl, (int fd, unsigned long what, void* argument), fd, (fd, what, argument))

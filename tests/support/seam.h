@@ -5,8 +5,8 @@
 // fault the seam passes every call on.
 //
 //     bind connect fcntl getsockname getsockopt gettimeofday ioctl localtime_r mmap munmap pipe
-//     poll ppoll pthread_create pthread_mutex_init read recv recvfrom recvmsg send sendto
-//     setsockopt socket time usleep vfork write
+//     poll ppoll pthread_create pthread_mutex_init read recv recvfrom send sendto setsockopt
+//     socket time usleep vfork write
 #pragma once
 
 #include <atomic>
@@ -79,8 +79,7 @@ private:
     const std::shared_ptr<watch> own;
 };
 
-// The most that a call of recvmsg by the library had room for where it was wanted, since this was
-// made; what it reads ahead does not count. One at a time.
+// The most that a call of recv by the library had room for since this was made. One at a time.
 class largest_recv
 {
 public:

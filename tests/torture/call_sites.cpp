@@ -63,7 +63,6 @@ const std::map<std::string, std::vector<int>> errors = {
     {"pthread_mutex_init", {ENOMEM, EAGAIN}},
     {"read", {EINTR, EAGAIN, EIO}},
     {"recv", {EINTR, EAGAIN, ECONNRESET, ETIMEDOUT, ENOMEM, EBADF}},
-    {"recvmsg", {EINTR, EAGAIN, ECONNRESET, ETIMEDOUT, ENOMEM, EBADF}},
     {"recvfrom", {EINTR, EAGAIN, ENOMEM, EBADF}},
     {"send", {EINTR, EAGAIN, ECONNRESET, EPIPE, ENOBUFS, EBADF}},
     {"sendto", {EINTR, EAGAIN, ENOBUFS, EPERM, EBADF}},

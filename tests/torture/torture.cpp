@@ -52,7 +52,7 @@ std::vector<counted_call> count_calls()
 
 bool moves_bytes(const std::string& function)
 {
-    return function == "recv" || function == "recvmsg" || function == "send" || function == "read";
+    return function == "recv" || function == "send" || function == "read";
 }
 
 std::vector<plan> make_plans(const std::vector<counted_call>& calls)
