@@ -296,7 +296,8 @@ typedef struct ZU_PRESET_INFO {
  *                an unknown flag, or none, it is that of the block before (0 for the first one of a
  *                connection).
  *   pu8Data      the block, its flag included. Never null; alignment is not promised, so copy a
- *                record out of it. It may be changed, and is overwritten after the return.
+ *                record out of it. It may be changed, and is overwritten after the return; what
+ *                lies behind it belongs to the library.
  *   u32Length    bytes, 0 to 1,048,576. May be under 4, and under 28 for SYS_DATA: check it.
  *   pUserData    as given.
  *

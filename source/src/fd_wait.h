@@ -17,7 +17,9 @@ enum fd_condition : unsigned char {
     fd_readable_or_exceptional = fd_readable | fd_exceptional,
 };
 
-// One descriptor to wait for: what is wanted of it and, after the wait, what of that is there.
+// One descriptor to wait for: what is wanted of it and, after the wait, what of that is there. Ends
+// and errors end the wait unasked, so every watch wants fd_readable or fd_broken, as which they
+// count.
 struct fd_watch {
     int fd;
     unsigned char wanted;

@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "fd_wait.h"
 #include "log.h"
 #include "tcp_link.h"
 
@@ -25,6 +26,7 @@ device_link* link_open(link_pool& pool, int ext_sock)
     link->ext_shut = false;
     link->int_shut = false;
     link->urgent_data = false;
+    link->urgent_first = false;
     link->ext_sock = ext_sock;
     link->int_sock = -1;
     return link;
@@ -65,6 +67,11 @@ void link_shut_int(device_link* link)
 bool link_is_shut(const device_link* link)
 {
     return link->ext_shut || link->int_shut;
+}
+
+bool link_has_urgent_data(const device_link* link)
+{
+    return link->urgent_data || fd_look(link->ext_sock, fd_exceptional) == fd_exceptional;
 }
 
 static int bind_to_loopback(const char* who, int sock, sockaddr_in* bound)

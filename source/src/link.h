@@ -20,6 +20,9 @@ struct device_link {
     // Noticed by the receiver on ext_sock, which it reads; ends the sender, which would be woken by
     // all that arrives there if it waited for this itself.
     std::atomic<bool> urgent_data;
+    // It was there before the device manager set about ending the workers, so it has the sender's
+    // last word, as if the sender had been woken by it.
+    std::atomic<bool> urgent_first;
     int ext_sock;              // written before the link is shared
     std::atomic<int> int_sock; // -1 until the device manager has built it
 };
@@ -44,6 +47,10 @@ void link_shut_int(device_link* link);
 
 // Whether either socket has been marked.
 bool link_is_shut(const device_link* link);
+
+// Whether urgent data has come. What the receiver has read past can be seen in its note alone; what
+// it has not come to yet, because a callback takes its time, on the socket alone.
+bool link_has_urgent_data(const device_link* link);
 
 // Makes the loopback socket of a link: UDP on 127.0.0.1, on a port that the system chooses, stored
 // in host byte order. Returns 0, or -1 after its line; `*psock` may then name a closed descriptor.

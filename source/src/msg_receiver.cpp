@@ -247,13 +247,19 @@ int awaited_bytes(const receiver& r)
     return r.body_pending && marks ? r.head.len - r.got : 0;
 }
 
+// Whether the body has a place in the buffer.
+bool is_kept(const receiver& r)
+{
+    return r.head.len <= msgrecver_body_max;
+}
+
 bool read_on(receiver& r)
 {
     r.last_time = time(nullptr);
     if (!r.body_pending) {
         return read_message(r);
     }
-    return r.head.len <= msgrecver_body_max ? read_body(r) : read_body_to_drop(r);
+    return is_kept(r) ? read_body(r) : read_body_to_drop(r);
 }
 
 bool found_readable(receiver& r)
@@ -274,6 +280,9 @@ bool look_below_mark(receiver& r)
         return true;
     }
     r.quiet = false;
+    if (link_has_urgent_data(r.in.link)) {
+        return true; // behind which nothing has been counted; a wait without a mark will tell
+    }
     return wait_timed_out(r);
 }
 
@@ -354,10 +363,10 @@ bool wait(receiver& r)
 }
 
 // What has been read ahead counts as found readable, until the link is shut: the next wait fails
-// then, whatever has been read. A body that is pending has all that is there.
+// then, whatever has been read. A body that is kept and pending is all that is there.
 bool pass(receiver& r)
 {
-    const bool nothing_left = r.body_pending || read_ahead_count(r.from) == 0;
+    const bool nothing_left = (r.body_pending && is_kept(r)) || read_ahead_count(r.from) == 0;
     return nothing_left || link_is_shut(r.in.link) ? wait(r) : read_on(r);
 }
 

@@ -156,15 +156,8 @@ bool forward_request(sender& s)
     return send_out(s, s.ret);
 }
 
-// What the receiver has read past can be seen in its note alone; what it has not come to yet,
-// because a callback takes its time, on the socket alone. Whoever waited for it would be woken by
-// all that arrives there.
-bool has_urgent_data(const sender& s)
-{
-    return s.link->urgent_data || fd_look(s.ext_sock, fd_exceptional) == fd_exceptional;
-}
-
-// One pass: wait, then one call for the thing that has happened.
+// One pass: wait, then one call for the thing that has happened. Urgent data is looked for instead
+// of being waited for, which would wake the thread for all that arrives on ext_sock.
 bool pass(sender& s)
 {
     fd_watch watches[] = {{s.int_sock, fd_readable, 0}, {s.pipe, fd_readable, 0}};
@@ -177,9 +170,10 @@ bool pass(sender& s)
         LOG_ERROR(who, "msgsender select faill!\n");
         return false;
     }
-    const bool urgent_data = has_urgent_data(s);
-    s.ret += urgent_data ? 1 : 0; // counts like what the wait has found
-    if (pipe.ready != 0) {
+    const bool urgent_first = s.link->urgent_first;
+    const bool urgent_data = urgent_first || link_has_urgent_data(s.link);
+    s.ret = urgent_first ? 1 : s.ret + (urgent_data ? 1 : 0); // counts like what the wait has found
+    if (pipe.ready != 0 && !urgent_first) {
         LOG_LINE(log_at_every_level, ZU_LOG_TYPE_TRACE, who,
                  "Sender thread received shutdown signal. Exiting.\n");
         return false;

@@ -198,6 +198,22 @@ TEST(ReceiverMark, IsNotUsedBehindUrgentData)
     EXPECT_TRUE(stand.log.lines().empty());
 }
 
+TEST(ReceiverMark, WhatNobodyCanCountBehindUrgentDataIsNoSilence)
+{
+    receiver_in_a_frame stand;
+    std::atomic<int> looks{0};
+    const before_call look("ioctl", [&] {
+        if (++looks == 1) {
+            stand.link.send_urgent('!');
+            stand.send_up_to(begun + 10);
+            std::this_thread::sleep_for(std::chrono::seconds(6)); // sleep: as in a stopped process
+        }
+    });
+    ASSERT_TRUE(eventually([&] { return looks >= 1 && mark_of(stand) == 1; }));
+    EXPECT_TRUE(all_read(stand));
+    EXPECT_TRUE(stand.log.lines().empty());
+}
+
 // ---- ends ----
 
 TEST(ReceiverMark, AnEndBelowItIsSeenAtOnce)

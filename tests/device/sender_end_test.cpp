@@ -251,6 +251,15 @@ TEST_F(sender_end, ThePipeComesBeforeTheExceptionAndTheDatagram)
     expect_nothing_was_sent();
 }
 
+TEST_F(sender_end, TheExceptionComesBeforeThePipeWhenItWasThereFirst)
+{
+    hold_sender_while([&] {
+        stand.user->link->urgent_first = true; // as the device manager notes it
+        tell_by_pipe();
+    });
+    EXPECT_THAT(said(), ElementsAre("ext_sock exception happened!\n"));
+}
+
 TEST_F(sender_end, TheExceptionComesBeforeTheDatagram)
 {
     hold_sender_while([&] {
