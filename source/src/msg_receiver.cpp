@@ -359,7 +359,7 @@ bool wait(receiver& r)
     if (r.ret == 0) {
         return marked ? look_below_mark(r) : wait_timed_out(r);
     }
-    return (ext_sock.ready & fd_readable) == 0 || found_readable(r);
+    return found_readable(r);
 }
 
 // What has been read ahead counts as found readable, until the link is shut: the next wait fails

@@ -138,6 +138,19 @@ TEST_F(Workers, LeaveEmptyBlockingPipesBehindWhenTheyWereWoken)
     }
 }
 
+TEST_F(Workers, WhosePipeCannotBeDrainedEndOnceMore)
+{
+    const held_user user(login->handle());
+    fault failing("fcntl", EIO, 1, 1);
+    failing.on_descriptor(user->shutdown_pipe_recver[0]);
+    drop(*device);
+    ASSERT_TRUE(eventually([&] { return failing.hits() == 1; }));
+    // The byte that was left ends the next receiver; after that the pipe is empty.
+    EXPECT_TRUE(eventually([&] { return device->connections_made() == 3; }));
+    EXPECT_TRUE(has_link(*device));
+    EXPECT_EQ(device->connections_made(), 3);
+}
+
 TEST_F(Workers, OfOneLoginAreOneSenderAndOneReceiverAlsoAfterAReconnection)
 {
     EXPECT_EQ(threads_named("sdk_msgsender_main"), 1);

@@ -247,6 +247,18 @@ TEST(ReceiverAhead, CallsBesideTheReadsLeaveNoErrorBehind)
     }
 }
 
+TEST(ReceiverAhead, ReadsWhenItCannotLook)
+{
+    receiver_stand stand(2);
+    const fault failing("poll", ENOMEM);
+    const bytes whole = frame(50, 7);
+    stand.link.send(part(whole, 0, 12));
+    ASSERT_TRUE(stand.log.wait_for(again_line));
+    EXPECT_GE(failing.hits(), 1);
+    stand.link.send(part(whole, 12, whole.size()));
+    EXPECT_TRUE(stand.seen.wait_for_blocks(1));
+}
+
 // ---- what is logged of a response ----
 
 namespace
