@@ -92,9 +92,10 @@ int sim_poll(pollfd* watch, nfds_t, int)
     if (c.fails() || !collect(c, watch, 1, list)) {
         return -1;
     }
-    if (report(list) == 0 && (watch->events & POLLIN) != 0) {
+    const int ready = report(list);
+    if ((watch->events & POLLIN) != 0 && (watch->revents & (POLLIN | POLLHUP)) == 0) {
         c.on.threads.spend(c.on.fruitless_time); // it stands for a read that would find nothing
     }
-    return watch->revents == 0 ? 0 : 1;
+    return ready;
 }
 }
