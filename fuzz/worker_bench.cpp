@@ -29,6 +29,7 @@ ZU_S32 on_stream(ZU_U32, ZU_U32 type, ZU_U8* data, ZU_U32 length, ZU_VOID* self)
     demand(type <= ZU_NET_DEV_KEY_DATA, "a data type that there is not");
     const long at = reinterpret_cast<char*>(data) - user->msgrecver_buf;
     demand(at >= 12 && at % 4 == 0, "a body from elsewhere");
+    demand(at < msgrecver_buf_size, "a body behind its buffer");
     demand(at + length <= msgrecver_buf_size, "a body longer than its buffer");
     return 0;
 }

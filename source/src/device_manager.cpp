@@ -274,7 +274,7 @@ void drain(int pipe_end)
 
 void stop_workers(zu_sdk_user* user)
 {
-    user->link->urgent_first = link_has_urgent_data(user->link);
+    link_let_urgent_data_be_first(user->link);
     LOG_TRACE(who, "msgrecver or msgsender has exited!\n");
     user->used = -1;
     user->msgrecver_run = 0;

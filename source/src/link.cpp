@@ -49,8 +49,16 @@ void link_drop(device_link* link)
     link->in_use = false;
 }
 
+void link_let_urgent_data_be_first(device_link* link)
+{
+    if (!link_is_shut(link) && link_has_urgent_data(link)) {
+        link->urgent_first = true;
+    }
+}
+
 void link_shut_ext(device_link* link)
 {
+    link_let_urgent_data_be_first(link);
     if (!link->ext_shut.exchange(true)) {
         shutdown(link->ext_sock, SHUT_RDWR);
     }
@@ -58,6 +66,7 @@ void link_shut_ext(device_link* link)
 
 void link_shut_int(device_link* link)
 {
+    link_let_urgent_data_be_first(link);
     const int int_sock = link->int_sock;
     if (int_sock != -1 && !link->int_shut.exchange(true)) {
         shutdown(int_sock, SHUT_RDWR); // wakes its reader although it is not connected

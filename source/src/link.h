@@ -20,8 +20,8 @@ struct device_link {
     // Noticed by the receiver on ext_sock, which it reads; ends the sender, which would be woken by
     // all that arrives there if it waited for this itself.
     std::atomic<bool> urgent_data;
-    // It was there before the device manager set about ending the workers, so it has the sender's
-    // last word, as if the sender had been woken by it.
+    // It was there before anything else that ends the sender, so it has the sender's last word, as
+    // if the sender had been woken by it.
     std::atomic<bool> urgent_first;
     int ext_sock;              // written before the link is shared
     std::atomic<int> int_sock; // -1 until the device manager has built it
@@ -44,6 +44,10 @@ void link_drop(device_link* link);
 // Marks one socket and shuts it down, once whoever calls; nothing when the link has no such socket.
 void link_shut_ext(device_link* link);
 void link_shut_int(device_link* link);
+
+// Sees to it that urgent data which has come has the sender's last word. Before the sender is told
+// to end in another way; shutting a socket begins with it.
+void link_let_urgent_data_be_first(device_link* link);
 
 // Whether either socket has been marked.
 bool link_is_shut(const device_link* link);

@@ -238,6 +238,12 @@ bool wait_timed_out(receiver& r)
     return false;
 }
 
+bool quiet_too_long(receiver& r)
+{
+    r.quiet = false;
+    return wait_timed_out(r);
+}
+
 // Bytes that a low-water mark may be set for: those lacking of stream data, which a frame's pieces
 // would otherwise announce one by one. None once there is urgent data, behind which the bytes that
 // have arrived can't be counted.
@@ -279,11 +285,11 @@ bool look_below_mark(receiver& r)
     if (!deadline_has_passed(r.quiet_limit)) {
         return true;
     }
-    r.quiet = false;
     if (link_has_urgent_data(r.in.link)) {
-        return true; // behind which nothing has been counted; a wait without a mark will tell
+        r.in.link->urgent_data = true; // behind which nothing has been counted; a wait without a
+        return true;                   // mark will tell at once
     }
-    return wait_timed_out(r);
+    return quiet_too_long(r);
 }
 
 // Whether a wait has found an exception on int_sock. Whoever waits for one is woken by every
@@ -304,11 +310,15 @@ bool is_exception(receiver& r, const fd_watch& int_sock)
 
 // The wait itself. Returns what it has found that is the receiver's: neither urgent data, which is
 // noted for the sender, nor an error of int_sock that is no exception ends the wait.
-int wait_and_note(receiver& r, fd_watch (&watches)[3], int limit_s)
+int wait_and_note(receiver& r, fd_watch (&watches)[3], bool marked)
 {
     auto& [ext_sock, pipe, int_sock] = watches;
-    const timespec end = deadline_in(limit_s);
-    timeval limit = {limit_s, 0};
+    timeval limit = {marked ? look_interval_s : silence_limit_s, 0};
+    timespec end = deadline_in(static_cast<int>(limit.tv_sec));
+    if (r.quiet && !marked) { // the six seconds have begun below a mark
+        end = r.quiet_limit;
+        limit = time_until(end);
+    }
     for (;;) {
         ext_sock.wanted = r.in.link->urgent_data ? fd_readable : fd_readable_or_exceptional;
         const int ret = fd_wait(watches, r.int_sock_broken ? 2 : 3, limit);
@@ -339,7 +349,7 @@ bool wait(receiver& r)
     }
     fd_watch watches[] = {{r.ext_sock, 0, 0}, {r.pipe, fd_readable, 0}, {r.int_sock, fd_broken, 0}};
     const auto& [ext_sock, pipe, int_sock] = watches;
-    r.ret = wait_and_note(r, watches, marked ? look_interval_s : silence_limit_s);
+    r.ret = wait_and_note(r, watches, marked);
     if (link_is_shut(r.in.link)) {
         r.ret = -1;
     }
@@ -357,7 +367,7 @@ bool wait(receiver& r)
         return false;
     }
     if (r.ret == 0) {
-        return marked ? look_below_mark(r) : wait_timed_out(r);
+        return marked ? look_below_mark(r) : quiet_too_long(r);
     }
     return found_readable(r);
 }

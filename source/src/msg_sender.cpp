@@ -156,6 +156,14 @@ bool forward_request(sender& s)
     return send_out(s, s.ret);
 }
 
+// `ret` is what a wait for it would have returned.
+bool urgent_data_came(sender& s, int ret)
+{
+    s.ret = ret;
+    LOG_ERROR(who, "ext_sock exception happened!\n");
+    return false;
+}
+
 // One pass: wait, then one call for the thing that has happened. Urgent data is looked for instead
 // of being waited for, which would wake the thread for all that arrives on ext_sock.
 bool pass(sender& s)
@@ -166,21 +174,22 @@ bool pass(sender& s)
     if (link_is_shut(s.link)) {
         s.ret = -1;
     }
+    if (s.link->urgent_first) { // asked after the wait and the marks, before which it was stored
+        return urgent_data_came(s, 1);
+    }
     if (s.ret == -1) {
         LOG_ERROR(who, "msgsender select faill!\n");
         return false;
     }
-    const bool urgent_first = s.link->urgent_first;
-    const bool urgent_data = urgent_first || link_has_urgent_data(s.link);
-    s.ret = urgent_first ? 1 : s.ret + (urgent_data ? 1 : 0); // counts like what the wait has found
-    if (pipe.ready != 0 && !urgent_first) {
+    const bool urgent_data = link_has_urgent_data(s.link);
+    s.ret += urgent_data ? 1 : 0; // counts like what the wait has found
+    if (pipe.ready != 0) {
         LOG_LINE(log_at_every_level, ZU_LOG_TYPE_TRACE, who,
                  "Sender thread received shutdown signal. Exiting.\n");
         return false;
     }
     if (urgent_data) {
-        LOG_ERROR(who, "ext_sock exception happened!\n");
-        return false;
+        return urgent_data_came(s, s.ret);
     }
     if (s.ret == 0) {
         return wait_timed_out(s);

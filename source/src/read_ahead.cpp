@@ -77,9 +77,9 @@ int read_socket(read_ahead& in, int lacking)
         errno = EAGAIN;
         return -1;
     }
-    const int left = in.size - in.end - lacking;
+    const int left = in.size - in.end - lacking - 1; // an empty body lies in the buffer too
     const int ahead = left < read_ahead_size ? left : read_ahead_size;
-    const int room = waited ? lacking + ahead : lacking;
+    const int room = waited && ahead > 0 ? lacking + ahead : lacking;
     const int ret =
         static_cast<int>(recv(in.link->ext_sock, in.buffer + in.end, room, MSG_DONTWAIT));
     in.came_short = ret < room;

@@ -34,6 +34,30 @@ bool nothing_written_behind_the_buffer(const zu_sdk_user* user)
                        [](char c) { return c == 0; });
 }
 
+// Where in the receiver's buffer the bodies lie that the callback gets.
+class offsets
+{
+public:
+    explicit offsets(zu_sdk_user* its_user) : user(its_user)
+    {
+        user->stream_userdata = this;
+        user->stream_callback = on_stream;
+    }
+
+    std::atomic<int> count{0};
+    std::atomic<long> latest{-1};
+
+private:
+    static ZU_S32 on_stream(ZU_U32, ZU_U32, ZU_U8* data, ZU_U32, ZU_VOID* self)
+    {
+        auto* mine = static_cast<offsets*>(self);
+        mine->latest = reinterpret_cast<char*>(data) - mine->user->msgrecver_buf;
+        mine->count++;
+        return 0;
+    }
+    zu_sdk_user* const user;
+};
+
 } // namespace
 
 TEST(ReceiverLengths, DeliversABodyOfExactlyOneMebibyte)
@@ -98,8 +122,22 @@ TEST(ReceiverLengths, ReadsNoMoreOfALongBodyAtOnceThanItsBufferHolds)
     stand.link.send(make_message(0x1100, 0, pattern(3 * room)));
     EXPECT_TRUE(takes_a_frame(stand));
     stand.end_workers();
-    EXPECT_EQ(asked.room(), static_cast<size_t>(msgrecver_buf_size));
+    EXPECT_EQ(asked.room(), static_cast<size_t>(msgrecver_buf_size) - 1);
     EXPECT_TRUE(nothing_written_behind_the_buffer(stand.user));
+}
+
+TEST(ReceiverLengths, HandsOutAnEmptyBodyInTheBufferTooWhenALongOneLeavesNoRoom)
+{
+    receiver_stand stand(1);
+    offsets handed_out(stand.user);
+    const int header = 12;
+    const bytes frame = make_message(0x1100, 0, text("KTVF") + pattern(room - header - 4));
+    const auto last = frame.end() - 1000;
+    stand.link.send({frame.begin(), last});
+    ASSERT_TRUE(all_read(stand));
+    stand.link.send(bytes(last, frame.end()) + make_message(0x1100, 0, {}));
+    ASSERT_TRUE(eventually([&] { return handed_out.count == 2; }));
+    EXPECT_LT(handed_out.latest, msgrecver_buf_size);
 }
 
 TEST(ReceiverLengths, DropsLongMessagesOneAfterTheOther)

@@ -214,6 +214,17 @@ TEST(ReceiverMark, WhatNobodyCanCountBehindUrgentDataIsNoSilence)
     EXPECT_TRUE(stand.log.lines().empty());
 }
 
+TEST(ReceiverMark, UrgentDataDoesNotBeginTheSixSecondsAnew)
+{
+    receiver_in_a_frame stand;
+    const before_call looks("ioctl");
+    ASSERT_TRUE(eventually([&] { return looks.count() >= 2; }));
+    ASSERT_TRUE(stand.link.send_urgent('!'));
+    ASSERT_TRUE(stand.receiver_ended());
+    EXPECT_LT(last_wait().limit.tv_sec, 5); // two are over
+    expect_log(stand, {error("no msg in 6 seconds!\n"), error("ret: 0, tv_sec: 0\n")});
+}
+
 // ---- ends ----
 
 TEST(ReceiverMark, AnEndBelowItIsSeenAtOnce)

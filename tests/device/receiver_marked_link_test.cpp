@@ -192,7 +192,12 @@ TEST(ReceiverMarkedLink, FailsABodyReadThatFindsNothing)
     for (const int level : log_levels) {
         receiver_stand stand(level);
         // The header has been read, the body is not there.
-        const before_call mark("poll", [&] { link_shut_ext(stand.user->link); });
+        std::atomic<bool> shut{false};
+        const before_call mark("poll", [&] {
+            if (!shut.exchange(true)) { // which makes such a call too
+                link_shut_ext(stand.user->link);
+            }
+        });
         stand.link.send(make_message(0x1100, 1000, 0, {}));
         ASSERT_TRUE(stand.receiver_ended());
         expect_log(stand, {bad_descriptor_body_line, exit_line("-1")});

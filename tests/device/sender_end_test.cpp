@@ -260,6 +260,16 @@ TEST_F(sender_end, TheExceptionComesBeforeThePipeWhenItWasThereFirst)
     EXPECT_THAT(said(), ElementsAre("ext_sock exception happened!\n"));
 }
 
+TEST_F(sender_end, TheExceptionComesBeforeAShutLinkWhenItWasThereFirst)
+{
+    hold_sender_while([&] {
+        ASSERT_TRUE(stand.link.send_urgent('!'));
+        ASSERT_TRUE(eventually([&] { return link_has_urgent_data(stand.user->link); }));
+        link_shut_int(stand.user->worker_link);
+    });
+    EXPECT_THAT(said(), ElementsAre("ext_sock exception happened!\n"));
+}
+
 TEST_F(sender_end, TheExceptionComesBeforeTheDatagram)
 {
     hold_sender_while([&] {

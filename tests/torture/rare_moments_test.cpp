@@ -67,6 +67,25 @@ TEST_F(RareMoments, SoHasUrgentDataThatABusyReceiverHasNotSeen)
     expect_sender_said(exception_line, "1");
 }
 
+TEST_F(RareMoments, ALogoutWakesTheSenderByItsSocket)
+{
+    EXPECT_EQ(log_out(), 0);
+    EXPECT_TRUE(told("msgsender select faill!"));
+    EXPECT_TRUE(told("exit from msgsender, ret:-1"));
+    EXPECT_EQ(log_in(), 0);
+}
+
+TEST_F(RareMoments, UrgentDataRightBeforeALogoutHasTheSendersLastLine)
+{
+    device.send_urgent_to_all();
+    here.let_pass(1 * milliseconds);
+    EXPECT_EQ(log_out(), 0);
+    EXPECT_FALSE(told("msgsender select faill!"));
+    EXPECT_TRUE(told(exception_line));
+    EXPECT_TRUE(told("exit from msgsender, ret:1"));
+    EXPECT_EQ(log_in(), 0);
+}
+
 // All that the buffer holds is read of a long body at once, and a little more.
 TEST_F(RareMoments, TheBeginOfAHeaderBehindABodyThatIsDroppedIsAHeaderThatHasBegun)
 {
