@@ -113,6 +113,8 @@ TEST(Logout, OfALoginThatStillWaitsForItsWorkersEndsItAndLetsLoginFail)
 {
     login_with_late_sender at;
     ASSERT_TRUE(at.late_sender.reached());
+    // The device manager may have come so far before the thread that has started it goes on.
+    ASSERT_TRUE(eventually([&] { return at.log.has_beginning("pthread_create devmanager:"); }));
     running_call logout([] { return ZU_NET_DEV_Logout(0x43210000); });
     // A device manager that sees the dead link before it is told to stop connects once more, and
     // then waits for the late sender itself.

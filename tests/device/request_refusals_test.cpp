@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "live_login.h"
+#include "requester.h"
 #include "settings_kit.h"
 
 using namespace support;
@@ -149,7 +150,13 @@ TEST_P(Request, FailsWhenTheDeviceDoesNotAnswer)
 {
     request_stand stand(1);
     guarded_record record(pattern(44));
-    EXPECT_EQ(entry.call(stand.handle(), record.data(), 44), -1);
+    auto running = in_background([&] { return entry.call(stand.handle(), record.data(), 44); });
+    EXPECT_TRUE(stand.link.read_request());
+    EXPECT_TRUE(eventually([&] {
+        stand.clock.advance(1);
+        return !still_waiting(running);
+    }));
+    EXPECT_EQ(running.get(), -1);
     EXPECT_EQ(record.content(), pattern(44));
     EXPECT_EQ(stand.log.messages_of(entry.function), std::vector<std::string>{"write faill!\n"});
 }
@@ -159,7 +166,7 @@ TEST_P(Request, FailsAfterLogout)
     const inventory before;
     {
         serving_device device;
-        const library lib(1);
+        const library lib(0); // requests have no time limit
         live_login login(device.port());
         ASSERT_EQ(login.result(), 0);
         ASSERT_TRUE(login.wait_until_up());

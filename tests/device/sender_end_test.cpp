@@ -22,7 +22,7 @@ namespace
 {
 
 struct sender_end : testing::Test {
-    worker_stand stand{1};
+    still_stand stand{1};
     loopback_socket requester;
     std::atomic<bool> arranged{false};
 
@@ -244,6 +244,7 @@ TEST_F(sender_end, ThePipeComesBeforeTheExceptionAndTheDatagram)
 {
     hold_sender_while([&] {
         request(start_datagram());
+        ASSERT_TRUE(shows(stand.user->int_sock, POLLIN));
         stand.user->link->urgent_data = true;
         tell_by_pipe();
     });
@@ -274,6 +275,7 @@ TEST_F(sender_end, TheExceptionComesBeforeTheDatagram)
 {
     hold_sender_while([&] {
         request(start_datagram());
+        ASSERT_TRUE(shows(stand.user->int_sock, POLLIN));
         stand.user->link->urgent_data = true;
     });
     EXPECT_THAT(said(), ElementsAre("ext_sock exception happened!\n"));
@@ -286,7 +288,10 @@ TEST_F(sender_end, AQuietWaitLooksAtTheSocketErrorAndNotForADatagram)
     quiet.on_thread(sender_thread).returning(0);
     fault pending("getsockopt", ETIMEDOUT);
     pending.on_thread(sender_thread).returning(0);
-    hold_sender_while([&] { request(start_datagram()); });
+    hold_sender_while([&] {
+        request(start_datagram());
+        ASSERT_TRUE(shows(stand.user->int_sock, POLLIN));
+    });
     EXPECT_THAT(said(), ElementsAre("Socket error detected during timeout: "
                                     "Connection timed out\n"));
     expect_nothing_was_sent();
@@ -299,6 +304,7 @@ TEST_F(sender_end, ADatagramIsForwardedWithoutALookAtTheSocketError)
     const before_call waits("ppoll", [this] { eventually([this] { return arranged.load(); }); });
     stand.start_sender();
     request(start_datagram());
+    ASSERT_TRUE(shows(stand.user->int_sock, POLLIN));
     arranged = true;
     EXPECT_EQ(stand.link.read_bytes(20), stamped(start_datagram(), requester.port()));
     ASSERT_TRUE(stand.sender_ended()); // at the quiet wait that follows

@@ -1,12 +1,11 @@
 // The sender thread's heartbeats: their bytes, when they go out, and what happens when one can't.
 //
 // The clock of the rule counts whole seconds: a heartbeat goes out once it shows three more than at
-// the last request or heartbeat. Times are therefore compared in whole seconds of the same clock,
-// and only ever as "not before".
-#include <ctime>
+// the last request or heartbeat. It stands still here but for let_pass.
 #include <optional>
 
-#include <poll.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <gmock/gmock.h>
@@ -25,26 +24,33 @@ namespace
 const bytes first_heartbeat = hex("21 10 00 00  00 00 00 00  00 00 00 00");
 
 struct sender_heartbeat : testing::Test {
-    worker_stand stand{1};
+    still_stand stand{1};
     loopback_socket requester;
-    time_t before_start = 0;
 
+    // From here on the first heartbeat is due in three seconds.
     void start()
     {
-        before_start = time(nullptr);
         stand.start_sender();
+    }
+    void start_until_heartbeat_is_due()
+    {
+        start();
+        stand.let_pass(3);
     }
     void request(const bytes& datagram)
     {
         ASSERT_TRUE(requester.send_to(stand.int_port(), datagram));
     }
-    // What the device has been sent so far, without waiting for more.
-    bytes sent_so_far()
+    // Two seconds without a heartbeat, by two whole passes of the sender, and a third with one.
+    bytes heartbeat_in_three_seconds()
     {
-        bytes data(100000);
-        const ssize_t got = recv(stand.link.socket(), data.data(), data.size(), MSG_DONTWAIT);
-        data.resize(got > 0 ? static_cast<size_t>(got) : 0);
-        return data;
+        stand.let_pass(2);
+        const before_call sends("send");
+        const before_call waits("ppoll");
+        EXPECT_TRUE(eventually([&] { return waits.count() >= 3; }));
+        EXPECT_EQ(sends.count(), 0);
+        stand.clock.advance(1);
+        return stand.link.read_bytes(12);
     }
     std::vector<std::string> said()
     {
@@ -64,16 +70,15 @@ struct failing_send : fault {
 
 TEST_F(sender_heartbeat, IsTwelveBytesOfTypeAndLengthNull)
 {
-    start();
+    start_until_heartbeat_is_due();
     EXPECT_EQ(stand.link.read_bytes(12), first_heartbeat);
 }
 
-TEST_F(sender_heartbeat, GoesOutAboutEveryThreeSeconds)
+TEST_F(sender_heartbeat, GoesOutEveryThreeSeconds)
 {
     start();
     for (int i = 1; i <= 3; i++) {
-        EXPECT_EQ(stand.link.read_bytes(12), first_heartbeat);
-        EXPECT_GE(time(nullptr) - before_start, 3 * i);
+        EXPECT_EQ(heartbeat_in_three_seconds(), first_heartbeat) << i;
     }
     EXPECT_TRUE(stand.log.lines().empty());
 }
@@ -83,32 +88,25 @@ TEST_F(sender_heartbeat, KeepsTheWaitPortOfTheLastRequest)
     start();
     request(start_datagram());
     EXPECT_EQ(stand.link.read_bytes(20), stamped(start_datagram(), requester.port()));
-    EXPECT_EQ(stand.link.read_bytes(12), stamped(first_heartbeat, requester.port()));
+    EXPECT_EQ(heartbeat_in_three_seconds(), stamped(first_heartbeat, requester.port()));
 }
 
 TEST_F(sender_heartbeat, IsPutOffByARequest)
 {
     start();
-    ASSERT_TRUE(eventually([&] { return time(nullptr) - before_start >= 2; }));
-    const time_t at = time(nullptr);
+    stand.let_pass(2);
     request(start_datagram());
-    ASSERT_TRUE(stand.link.read_request());
-    const auto next = stand.link.read_message();
-    ASSERT_TRUE(next);
-    EXPECT_EQ(next->type, 0x1021U);
-    EXPECT_GE(time(nullptr) - at, 3);
+    EXPECT_EQ(stand.link.read_bytes(20), stamped(start_datagram(), requester.port()));
+    EXPECT_EQ(heartbeat_in_three_seconds(), stamped(first_heartbeat, requester.port()));
 }
 
 TEST_F(sender_heartbeat, IsPutOffByADatagramThatIsTooShort)
 {
     start();
-    ASSERT_TRUE(eventually([&] { return time(nullptr) - before_start >= 2; }));
-    const time_t at = time(nullptr);
+    stand.let_pass(2);
     request(pattern(5));
     ASSERT_TRUE(stand.log.wait_for("msg too short:5\n"));
-    sent_so_far();
-    EXPECT_EQ(stand.link.read_bytes(12).size(), 12U);
-    EXPECT_GE(time(nullptr) - at, 3);
+    EXPECT_EQ(heartbeat_in_three_seconds().size(), 12U);
 }
 
 TEST_F(sender_heartbeat, IsPutOffByADatagramThatCouldNotBeRead)
@@ -116,14 +114,11 @@ TEST_F(sender_heartbeat, IsPutOffByADatagramThatCouldNotBeRead)
     fault unreadable("recvfrom", ENOMEM, 1, 1);
     unreadable.returning(-1);
     start();
-    ASSERT_TRUE(eventually([&] { return time(nullptr) - before_start >= 2; }));
-    const time_t at = time(nullptr);
+    stand.let_pass(2);
     request(pattern(5)); // one failed read, then one of five bytes
     ASSERT_TRUE(stand.log.wait_for("msg too short:5\n"));
     EXPECT_TRUE(stand.log.has("recv data msg fail!\n"));
-    sent_so_far();
-    EXPECT_EQ(stand.link.read_bytes(12).size(), 12U);
-    EXPECT_GE(time(nullptr) - at, 3);
+    EXPECT_EQ(heartbeat_in_three_seconds().size(), 12U);
 }
 
 // ---- when it can't be sent ---------------------------------------------------------------------
@@ -131,7 +126,7 @@ TEST_F(sender_heartbeat, IsPutOffByADatagramThatCouldNotBeRead)
 TEST_F(sender_heartbeat, IsTriedAgainOnceAfterAFullBuffer)
 {
     const failing_send full(EAGAIN, 1);
-    start();
+    start_until_heartbeat_is_due();
     EXPECT_EQ(stand.link.read_bytes(12), first_heartbeat);
     EXPECT_EQ(full.hits(), 1);
     EXPECT_TRUE(said().empty());
@@ -142,7 +137,7 @@ TEST_F(sender_heartbeat, IsTriedAgainTwiceAfterAFullBufferAndAnInterruption)
 {
     const failing_send full(EAGAIN, 1);
     const failing_send interrupted(EINTR, 1);
-    start();
+    start_until_heartbeat_is_due();
     EXPECT_EQ(stand.link.read_bytes(12), first_heartbeat);
     EXPECT_EQ(full.hits() + interrupted.hits(), 2);
     EXPECT_TRUE(said().empty());
@@ -151,21 +146,25 @@ TEST_F(sender_heartbeat, IsTriedAgainTwiceAfterAFullBufferAndAnInterruption)
 
 TEST_F(sender_heartbeat, CountsFromTheTryThatWorked)
 {
-    std::atomic<time_t> at{0};
-    const before_call tries("send", [&] { at = time(nullptr); });
+    const before_call tries("send");
     const failing_send full(EAGAIN, 1);
-    start();
+    fault pause("usleep", 0);
+    pause.on_thread(sender_thread).on_descriptor(100000).returning(0);
+    const before_call pauses("usleep", [&] {
+        if (pause.hits() == 0) {
+            stand.clock.advance(1); // between the two tries
+        }
+    });
+    start_until_heartbeat_is_due();
     EXPECT_EQ(stand.link.read_bytes(12), first_heartbeat);
-    const time_t first = at;
-    EXPECT_EQ(stand.link.read_bytes(12), first_heartbeat);
-    EXPECT_GE(time(nullptr) - first, 3);
+    EXPECT_EQ(heartbeat_in_three_seconds(), first_heartbeat);
     EXPECT_EQ(tries.count(), 3);
 }
 
 TEST_F(sender_heartbeat, ThreeTriesAgainstAFullBufferEndTheThread)
 {
     const failing_send full(EAGAIN);
-    start();
+    start_until_heartbeat_is_due();
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_EQ(full.hits(), 3);
     EXPECT_THAT(said(), ElementsAre("Heart beat send failed after 2 retries: "
@@ -175,7 +174,7 @@ TEST_F(sender_heartbeat, ThreeTriesAgainstAFullBufferEndTheThread)
 TEST_F(sender_heartbeat, ThreeInterruptedTriesEndTheThread)
 {
     const failing_send interrupted(EINTR);
-    start();
+    start_until_heartbeat_is_due();
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_EQ(interrupted.hits(), 3);
     EXPECT_THAT(said(),
@@ -186,7 +185,7 @@ TEST_F(sender_heartbeat, NothingSentCountsAsAFailedTry)
 {
     failing_send nothing(EAGAIN);
     nothing.returning(0);
-    start();
+    start_until_heartbeat_is_due();
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_EQ(nothing.hits(), 3);
     EXPECT_THAT(said(), ElementsAre("Heart beat send failed after 2 retries: "
@@ -196,7 +195,7 @@ TEST_F(sender_heartbeat, NothingSentCountsAsAFailedTry)
 TEST_F(sender_heartbeat, AHardErrorOfARetryEndsTheThreadAtOnce)
 {
     const failing_send broken(EPIPE);
-    start();
+    start_until_heartbeat_is_due();
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_EQ(broken.hits(), 2);
     EXPECT_THAT(said(), ElementsAre("Heart beat send error: Broken pipe\n",
@@ -207,7 +206,7 @@ TEST_F(sender_heartbeat, AHardErrorOfTheLastRetryEndsTheThread)
 {
     const failing_send full(EAGAIN, 2);
     const failing_send broken(EPIPE);
-    start();
+    start_until_heartbeat_is_due();
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_EQ(full.hits() + broken.hits(), 3);
     EXPECT_THAT(said(), ElementsAre("Heart beat send error: Broken pipe\n",
@@ -218,6 +217,7 @@ TEST_F(sender_heartbeat, AConnectionThatIsShutForWritingEndsTheThread)
 {
     start();
     shutdown(stand.user->ext_sock, SHUT_WR);
+    stand.let_pass(3);
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_THAT(said(), ElementsAre("Heart beat send error: Broken pipe\n",
                                     "Heart beat send failed after 2 retries: Broken pipe\n"));
@@ -229,7 +229,7 @@ TEST_F(sender_heartbeat, RetriesAreATenthOfASecondApart)
     pause.on_thread(sender_thread).on_descriptor(100000).returning(0);
     const before_call pauses("usleep");
     const failing_send full(EAGAIN);
-    start();
+    start_until_heartbeat_is_due();
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_EQ(pause.hits(), 2);
     EXPECT_EQ(pauses.count(), 3); // and the one at the end of the thread
@@ -243,7 +243,7 @@ TEST_F(sender_heartbeat, ASocketErrorAfterAFailedTryEndsTheThreadWithoutRetries)
         reset->on_thread(sender_thread).returning(0);
     });
     const failing_send failing(EAGAIN);
-    start();
+    start_until_heartbeat_is_due();
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_EQ(tries.count(), 1);
     EXPECT_THAT(said(), ElementsAre("Socket error detected: Connection reset by peer\n"));
@@ -257,7 +257,7 @@ TEST_F(sender_heartbeat, ASocketErrorThatCannotBeReadAfterAFailedTryEndsTheThrea
         unreadable->on_thread(sender_thread);
     });
     const failing_send failing(EAGAIN);
-    start();
+    start_until_heartbeat_is_due();
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_EQ(tries.count(), 1);
     EXPECT_THAT(said(), ElementsAre("Socket error detected: Success\n"));
@@ -268,24 +268,26 @@ TEST_F(sender_heartbeat, ASocketErrorThatCannotBeReadAfterAFailedTryEndsTheThrea
 namespace
 {
 
-void make_small(int fd, int option)
+// Whether all that is queued for sending is unsent. Nothing is under way then, so no
+// acknowledgement makes room any more.
+bool nothing_goes_out(int fd)
 {
-    const int size = 4096;
-    setsockopt(fd, SOL_SOCKET, option, &size, sizeof(size));
+    int unacknowledged = 0;
+    int unsent = 0;
+    ioctl(fd, SIOCOUTQ, &unacknowledged);
+    ioctl(fd, SIOCOUTQNSD, &unsent);
+    return unsent > 0 && unsent == unacknowledged;
 }
 
 // Fills the connection to a device that does not read, until not a byte more goes in.
 void fill(const worker_stand& stand)
 {
     const int fd = stand.user->ext_sock;
-    make_small(stand.link.socket(), SO_RCVBUF);
-    make_small(fd, SO_SNDBUF);
     const bytes waste(1024);
     ASSERT_TRUE(eventually([&] {
         while (send(fd, waste.data(), waste.size(), MSG_DONTWAIT) > 0) {
         }
-        return all_along([&] { return send(fd, waste.data(), 1, MSG_DONTWAIT) == -1; },
-                         std::chrono::milliseconds(300));
+        return nothing_goes_out(fd) && send(fd, waste.data(), 1, MSG_DONTWAIT) == -1;
     }));
 }
 
@@ -296,7 +298,7 @@ TEST_F(sender_heartbeat, AStalledDeviceEndsTheThreadAfterTwoRetriesOfThreeSecond
     const before_call tries("send");
     fill(stand);
     const auto begun = std::chrono::steady_clock::now();
-    start();
+    start_until_heartbeat_is_due();
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_EQ(tries.count(), 3);
     EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::seconds(9)); // 3 blocked sends

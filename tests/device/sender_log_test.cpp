@@ -24,7 +24,7 @@ namespace
 
 struct situation {
     const char* name;
-    void (*provoke)(worker_stand&); // returns when the thread has said what it has to say
+    void (*provoke)(still_stand&); // returns when the thread has said what it has to say
     story lines;
 };
 
@@ -39,7 +39,7 @@ bool is_first_or_last(const log_line& line)
            line.message.compare(0, 32, "############ exit from msgsender") == 0;
 }
 
-void request(const worker_stand& stand, const bytes& datagram)
+void request(const still_stand& stand, const bytes& datagram)
 {
     loopback_socket requester;
     ASSERT_TRUE(requester.send_to(stand.int_port(), datagram));
@@ -47,32 +47,32 @@ void request(const worker_stand& stand, const bytes& datagram)
 
 // ---- the situations ----------------------------------------------------------------------------
 
-void wait_fails(worker_stand& stand)
+void wait_fails(still_stand& stand)
 {
     fault failing("ppoll", EBADF);
     failing.on_thread(sender_thread);
     ASSERT_TRUE(stand.sender_ended());
 }
 
-void told_to_end(worker_stand& stand)
+void told_to_end(still_stand& stand)
 {
     ASSERT_EQ(write(stand.user->shutdown_pipe_sender[1], "x", 1), 1);
     ASSERT_TRUE(stand.sender_ended());
 }
 
-void urgent_byte(worker_stand& stand)
+void urgent_byte(still_stand& stand)
 {
     stand.user->link->urgent_data = true; // as the receiver notes it
     ASSERT_TRUE(stand.sender_ended());
 }
 
-void reset_by_device(worker_stand& stand)
+void reset_by_device(still_stand& stand)
 {
     stand.link.reset();
     ASSERT_TRUE(stand.sender_ended());
 }
 
-void read_fails(worker_stand& stand)
+void read_fails(still_stand& stand)
 {
     const before_call reads("recvfrom", [&] { stand.user->msgsender_run = 0; });
     const fault failing("recvfrom", ENOMEM);
@@ -80,27 +80,27 @@ void read_fails(worker_stand& stand)
     ASSERT_TRUE(stand.sender_ended());
 }
 
-void empty_datagram(worker_stand& stand)
+void empty_datagram(still_stand& stand)
 {
     request(stand, {});
     ASSERT_TRUE(stand.sender_ended());
 }
 
-void short_datagram(worker_stand& stand)
+void short_datagram(still_stand& stand)
 {
     const before_call reads("recvfrom", [&] { stand.user->msgsender_run = 0; });
     request(stand, pattern(11));
     ASSERT_TRUE(stand.sender_ended());
 }
 
-void request_forwarded(worker_stand& stand)
+void request_forwarded(still_stand& stand)
 {
     const before_call reads("recvfrom", [&] { stand.user->msgsender_run = 0; });
     request(stand, start_datagram());
     ASSERT_TRUE(stand.sender_ended());
 }
 
-void forward_fails(worker_stand& stand)
+void forward_fails(still_stand& stand)
 {
     fault failing("send", ECONNRESET);
     failing.on_thread(sender_thread);
@@ -108,21 +108,23 @@ void forward_fails(worker_stand& stand)
     ASSERT_TRUE(stand.sender_ended());
 }
 
-void heartbeat_tries_used_up(worker_stand& stand)
+void heartbeat_tries_used_up(still_stand& stand)
 {
     fault full("send", EAGAIN);
     full.on_thread(sender_thread);
+    stand.let_pass(3);
     ASSERT_TRUE(stand.sender_ended());
 }
 
-void heartbeat_hard_error(worker_stand& stand)
+void heartbeat_hard_error(still_stand& stand)
 {
     fault broken("send", EPIPE);
     broken.on_thread(sender_thread);
+    stand.let_pass(3);
     ASSERT_TRUE(stand.sender_ended());
 }
 
-void heartbeat_socket_error(worker_stand& stand)
+void heartbeat_socket_error(still_stand& stand)
 {
     std::optional<fault> reset;
     const before_call tries("send", [&] {
@@ -131,6 +133,7 @@ void heartbeat_socket_error(worker_stand& stand)
     });
     fault failing("send", EAGAIN);
     failing.on_thread(sender_thread);
+    stand.let_pass(3);
     ASSERT_TRUE(stand.sender_ended());
 }
 
@@ -172,7 +175,7 @@ struct sender_log : testing::TestWithParam<std::tuple<situation, int>> {
 TEST_P(sender_log, HasTheLinesOfTheLevelAndNoOthers)
 {
     const auto& [what, level] = GetParam();
-    worker_stand stand(level);
+    still_stand stand(level);
     stand.start_sender();
     what.provoke(stand);
 
@@ -194,9 +197,9 @@ INSTANTIATE_TEST_SUITE_P(, sender_log,
 namespace
 {
 
-std::string exit_line_after(void (*provoke)(worker_stand&))
+std::string exit_line_after(void (*provoke)(still_stand&))
 {
-    worker_stand stand(2);
+    still_stand stand(2);
     stand.start_sender();
     provoke(stand);
     const auto lines = stand.log.lines_of(sender_thread);
@@ -209,7 +212,7 @@ std::string exit_line_after(void (*provoke)(worker_stand&))
 
 TEST(sender_log_ends, OpensWithItsThreadAndClosesWithItsResultAtLevel2)
 {
-    worker_stand stand(2);
+    still_stand stand(2);
     stand.start_sender();
     empty_datagram(stand);
     char opening[64];
@@ -224,7 +227,7 @@ TEST(sender_log_ends, OpensWithItsThreadAndClosesWithItsResultAtLevel2)
 TEST(sender_log_ends, ShowsNeitherEndOfTheThreadBelowLevel2)
 {
     for (const int level : {-1, 0, 1}) {
-        worker_stand stand(level);
+        still_stand stand(level);
         stand.start_sender();
         stand.end_workers();
         EXPECT_FALSE(stand.log.has_beginning("enter sdk_msgsender_main")) << level;
@@ -234,7 +237,7 @@ TEST(sender_log_ends, ShowsNeitherEndOfTheThreadBelowLevel2)
 
 TEST(sender_log_ends, NamesTheStoredPortOfTheRequester)
 {
-    worker_stand stand(2);
+    still_stand stand(2);
     stand.start_sender();
     loopback_socket requester;
     requester.send_to(stand.int_port(), start_datagram());
@@ -254,7 +257,7 @@ TEST(sender_log_ends, ClosesWithMinus1AfterAFailedForward)
 
 TEST(sender_log_ends, ClosesWith0AfterAForwardThatSentNothing)
 {
-    const auto nothing_sent = [](worker_stand& stand) {
+    const auto nothing_sent = [](still_stand& stand) {
         fault nothing("send", 0);
         nothing.on_thread(sender_thread).returning(0);
         request(stand, start_datagram());
@@ -265,7 +268,7 @@ TEST(sender_log_ends, ClosesWith0AfterAForwardThatSentNothing)
 
 TEST(sender_log_ends, ClosesWithMinus1AfterAShutLink)
 {
-    const auto shut = [](worker_stand& stand) {
+    const auto shut = [](still_stand& stand) {
         link_shut_int(stand.user->worker_link);
         ASSERT_TRUE(stand.sender_ended());
     };

@@ -26,11 +26,10 @@ namespace support
 
 // ---- exchanges ---------------------------------------------------------------------------------
 
-class request_stand : public worker_stand
+class request_stand : public still_stand
 {
 public:
-    // Level 0 by default: there an exchange has no time limit that a busy machine could exceed.
-    explicit request_stand(int level = 0) : worker_stand(level)
+    explicit request_stand(int level = 0) : still_stand(level)
     {
         start_sender();
         start_receiver();

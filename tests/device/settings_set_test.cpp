@@ -123,7 +123,7 @@ TEST(SetConfig, ReadsABufferOfAnyAlignment)
 TEST(SetConfig, ReadsNotOneByteBeyondTheLength)
 {
     // Copies that end where memory ends: a page that may be read before one that may not.
-    constexpr size_t page = 4096;
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     auto* memory = static_cast<unsigned char*>(
         mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     ASSERT_NE(memory, MAP_FAILED);

@@ -21,7 +21,7 @@ namespace
 {
 
 struct counter {
-    worker_stand stand;
+    still_stand stand;
     loopback_socket desk;
 
     explicit counter(int level) : stand(level)

@@ -37,9 +37,8 @@ void set_remembered(zu_sdk_user& user, ZU_U32 stream, ZU_U8 type)
     user.stream_info.u8Type = type;
 }
 
-// At level 0: a machine that stands still for three seconds must not cost a request.
 struct stream_control : testing::Test {
-    worker_stand stand{0};
+    still_stand stand{0};
 
     void SetUp() override
     {

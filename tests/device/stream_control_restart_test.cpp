@@ -184,6 +184,7 @@ TEST_F(restart, AnyNegativeResultIsAFailureHereAndOnlyMinus1IsElsewhere)
 
 TEST_F(restart, TheEmptyDatagramEndsTheSender)
 {
+    stopped_clock clock;
     set_log_level(1); // so that the attempt that meets no sender ends by the limit
     stand.user->int_port = own_port;
     stand.start_receiver();
@@ -196,6 +197,9 @@ TEST_F(restart, TheEmptyDatagramEndsTheSender)
     ASSERT_TRUE(stand.link.send(answer(*request, 0)));
     ASSERT_TRUE(stand.sender_ended());
     EXPECT_TRUE(stand.log.has(0, sender_thread, "recvfrom ret: 0, break\n"));
+    const before_call polls("ppoll"); // the caller's, and some of the receiver's
+    ASSERT_TRUE(eventually([&] { return polls.count() >= 5; }));
+    clock.advance(4);
 
     stand.user->int_port = desk.port(); // the third attempt is answered at the desk
     EXPECT_EQ(desk.receive(), bytes());
@@ -256,7 +260,7 @@ TEST(restart_after_reconnection, AStoppedStreamIsStartedAgainAndAskedForAKeyFram
 {
     const inventory before;
     {
-        const library in_use(1);
+        const library in_use(0); // requests have no time limit
         serving_device device;
         live_login login(device.port());
         ASSERT_EQ(login.result(), 0);

@@ -40,7 +40,8 @@ bool grows_to(Count count, Number wanted, std::chrono::milliseconds deadline = l
     return true;
 }
 
-// Watches that `condition` holds for the whole of `duration`; for what must not happen.
+// Watches that `condition` holds for the whole of `duration`, its end included; for what must not
+// happen.
 template <class Condition>
 bool all_along(Condition condition, std::chrono::milliseconds duration)
 {
@@ -51,7 +52,7 @@ bool all_along(Condition condition, std::chrono::milliseconds duration)
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1)); // poll interval
     } while (std::chrono::steady_clock::now() < end);
-    return true;
+    return condition();
 }
 
 } // namespace support

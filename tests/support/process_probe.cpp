@@ -89,8 +89,7 @@ inventory::inventory() : descriptors(open_descriptors()), threads(settled_thread
 
 std::string inventory::left_over() const
 {
-    eventually([&] { return thread_count() <= threads && open_descriptors() == descriptors; },
-               std::chrono::milliseconds(5000));
+    eventually([&] { return thread_count() <= threads && open_descriptors() == descriptors; });
     std::string out;
     if (thread_count() > threads) {
         out += std::to_string(thread_count() - threads) + " threads; ";

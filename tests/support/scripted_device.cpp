@@ -16,7 +16,7 @@ namespace
 
 constexpr std::chrono::milliseconds accept_poll{20};
 
-int listen_on_loopback(unsigned short port)
+int bind_to_loopback(unsigned short port)
 {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int on = 1;
@@ -25,8 +25,16 @@ int listen_on_loopback(unsigned short port)
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(port);
-    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-        listen(fd, 512) != 0) {
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        throw std::runtime_error("the device can't have port " + std::to_string(port));
+    }
+    return fd;
+}
+
+int listen_on_loopback(unsigned short port)
+{
+    const int fd = bind_to_loopback(port);
+    if (listen(fd, 512) != 0) {
         throw std::runtime_error("the device can't listen on port " + std::to_string(port));
     }
     return fd;
@@ -43,13 +51,14 @@ unsigned short port_of(int fd)
 } // namespace
 
 scripted_device::scripted_device()
-    : listener(listen_on_loopback(0)), listening_port(port_of(listener))
+    : reserved(bind_to_loopback(0)), listening_port(port_of(reserved)),
+      listener(listen_on_loopback(listening_port))
 {
 }
 
 scripted_device::~scripted_device()
 {
-    refuse();
+    close();
 }
 
 peer scripted_device::accept(std::chrono::milliseconds deadline)
@@ -72,6 +81,15 @@ void scripted_device::refuse()
 void scripted_device::listen_again()
 {
     listener = listen_on_loopback(listening_port);
+}
+
+void scripted_device::close()
+{
+    refuse();
+    if (reserved != -1) {
+        ::close(reserved);
+        reserved = -1;
+    }
 }
 
 std::function<void(peer&, const message&)> answers_with(int32_t retcode)

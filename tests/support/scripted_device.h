@@ -35,10 +35,12 @@ public:
 
     void refuse();       // no longer listens: connects to the port are refused
     void listen_again(); // on the same port
+    void close();        // refuses for good and gives the port back
 
 private:
-    int listener = -1;
-    unsigned short listening_port = 0;
+    int reserved; // bound to the port, so that nobody else gets it while it refuses
+    unsigned short listening_port;
+    int listener;
 };
 
 // What a serving device does. Every function runs on the connection's thread.

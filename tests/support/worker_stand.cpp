@@ -57,7 +57,7 @@ worker_stand::~worker_stand()
     free_sdkuser(user->handle);
     ZU_NET_DEV_DeInit();
     link.close();
-    device.refuse();
+    device.close();
     EXPECT_EQ(before.left_over(), "");
 }
 
@@ -122,6 +122,13 @@ ZU_U32 worker_stand::handle() const
 unsigned short worker_stand::int_port() const
 {
     return static_cast<unsigned short>(user->int_port.load());
+}
+
+void still_stand::let_pass(int seconds)
+{
+    const before_call waits("ppoll");
+    EXPECT_TRUE(eventually([&] { return waits.count() >= 1; }));
+    clock.advance(seconds);
 }
 
 static sockaddr_in loopback(unsigned short port)

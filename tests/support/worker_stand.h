@@ -12,6 +12,7 @@
 #include "process_probe.h"
 #include "scripted_device.h"
 #include "sdk_user.h"
+#include "seam.h"
 
 namespace support
 {
@@ -47,6 +48,22 @@ public:
     scripted_device device;
     peer link; // the device's end of the connection
     zu_sdk_user* user = nullptr;
+};
+
+struct has_stopped_clock {
+    stopped_clock clock; // from before the workers start until they have ended
+};
+
+// A stand for which time passes by clock.advance alone: no heartbeat gets in between and no time
+// limit is over because the machine is busy.
+class still_stand : public has_stopped_clock, public worker_stand
+{
+public:
+    explicit still_stand(int level = 0) : worker_stand(level)
+    {
+    }
+    // Once the one worker that runs has come to its next wait, and so has done with all before.
+    void let_pass(int seconds);
 };
 
 // A loopback UDP socket of the test's own, as a requester has one.

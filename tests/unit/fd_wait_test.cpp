@@ -146,8 +146,9 @@ TEST(FdWait, IsNotWokenByDataWhereOnlyABreakCounts)
     connection link;
     link.end.send(text("x"));
     link.end.send_urgent('!');
-    unsigned char ready = 0;
-    ASSERT_TRUE(eventually([&] { return look(link.sock, &ready) == 1; }));
+    ASSERT_TRUE(eventually([&] {
+        return fd_look(link.sock, fd_readable_or_exceptional) == fd_readable_or_exceptional;
+    }));
     fd_watch watch = {link.sock, fd_broken, 255};
 
     EXPECT_EQ(fd_wait(&watch, 1, no_time), 0);

@@ -80,12 +80,22 @@ inline bool closes_on_exec(int fd)
     return (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
 }
 
-// A port that refuses: nobody listens there any more.
-inline unsigned short refusing_port()
+// A port that refuses for as long as this lives: nobody listens there.
+class refusing_port
 {
+public:
+    refusing_port()
+    {
+        device.refuse();
+    }
+    operator unsigned short() const // NOLINT(google-explicit-constructor): it stands for its number
+    {
+        return device.port();
+    }
+
+private:
     scripted_device device;
-    return device.port();
-}
+};
 
 // A connection of the library's to a device, and the device's end of it.
 struct connection {

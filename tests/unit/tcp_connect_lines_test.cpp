@@ -42,7 +42,7 @@ TEST_P(TcpConnectLines, OfABlockingConnect)
 
 TEST_P(TcpConnectLines, OfARefusedBlockingConnect)
 {
-    const unsigned short port = refusing_port();
+    const refusing_port port;
     const log_tap log(level);
 
     testing::internal::CaptureStderr();
@@ -62,7 +62,7 @@ TEST_P(TcpConnectLines, OfAConnectWithinTheLimit)
 
 TEST_P(TcpConnectLines, OfARefusedConnectWithLimit)
 {
-    const unsigned short port = refusing_port();
+    const refusing_port port;
     const log_tap log(level);
 
     testing::internal::CaptureStderr();
@@ -83,7 +83,7 @@ TEST_P(TcpConnectLines, OfAnExpiredLimit)
 
 TEST_P(TcpConnectLines, OfAPendingErrorThatCanNotBeRead)
 {
-    const unsigned short port = refusing_port();
+    const refusing_port port;
     const fault unreadable("getsockopt", ENOBUFS);
     const log_tap log(level);
     const inventory before;
@@ -100,7 +100,7 @@ TEST(TcpConnectOutput, OfARefusedBlockingConnectAtLevel0IsNone)
 {
     ASSERT_EQ(info_callback, nullptr);
     set_log_level(0);
-    const unsigned short port = refusing_port();
+    const refusing_port port;
 
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();

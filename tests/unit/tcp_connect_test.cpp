@@ -147,7 +147,7 @@ TEST_P(TcpConnectBothWays, TakesAHostThatIsNoAddressForThisMachine)
 
 TEST_P(TcpConnectBothWays, FailsOnARefusedPortAndClosesTheDescriptor)
 {
-    const unsigned short port = refusing_port();
+    const refusing_port port;
     const inventory before;
 
     EXPECT_EQ(tcp_ext_connect(host, port, GetParam()), -1);

@@ -195,7 +195,7 @@ TEST(SetDataCallBack, NeverMakesTheCallbackBeCalledWhateverTheDeviceSends)
 {
     watcher seen;
     {
-        worker_stand stand(1);
+        still_stand stand(1);
         stand.user->stream_userdata = &seen;
         stand.user->stream_callback = watcher::on_stream;
         stand.user->event_userdata = &seen;
