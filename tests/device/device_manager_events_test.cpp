@@ -101,11 +101,10 @@ TEST(Events, OfALostLinkAreDisconnectedThenAfterThreeSecondsConnected)
     live_login login(device.port());
     ASSERT_TRUE(login.watch());
     for (int time = 1; time <= 2; time++) {
+        const auto up = std::chrono::steady_clock::now();
         drop(device);
-        ASSERT_TRUE(login.wait_until_down());
-        const auto down = std::chrono::steady_clock::now();
         ASSERT_TRUE(login.seen.wait_for_event(ZU_NET_DEV_CONNECTED, time));
-        EXPECT_GE(std::chrono::steady_clock::now() - down, std::chrono::milliseconds(2900));
+        EXPECT_GE(std::chrono::steady_clock::now() - up, std::chrono::seconds(3));
         EXPECT_EQ(login.seen.count(ZU_NET_DEV_DISCONNECTED), time);
         EXPECT_TRUE(eventually([&] { return device.connections_made() == time + 1; }));
     }

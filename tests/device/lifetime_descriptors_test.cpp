@@ -108,6 +108,7 @@ TEST(Lifetime, AHostProcessThatForksAndExecutesKeepsItsLinksAndItsFrames)
             logins.push_back(std::make_unique<live_login>(device.port()));
             ASSERT_TRUE(logins.back()->watch());
         }
+        ASSERT_TRUE(eventually([&] { return device.links_open() == 8; }));
         for (int i = 0; i < programs; i++) {
             const pid_t child = fork();
             ASSERT_GE(child, 0);
@@ -184,12 +185,14 @@ TEST(Lifetime, ARecordIsGivenBackWhenTheLastRequestThatHoldsItReturns)
     live_login login(device.port());
     ASSERT_EQ(login.result(), 0);
     const before_call frees("munmap");
+    stopped_clock clock;
     // The device does not answer, so the request waits for its limit.
     running_call request([&] { return ZU_NET_DEV_MakeKeyFrame(login.handle(), 11); });
     ASSERT_TRUE(eventually([&] { return device.received(0x1051).size() == 1; }));
     EXPECT_EQ(login.log_out(), 0);
     EXPECT_FALSE(request.returned());
     EXPECT_EQ(frees.count(), 0);
+    EXPECT_TRUE(clock.advance_until([&] { return request.returned(); }));
     EXPECT_EQ(request.result(), -1);
     EXPECT_EQ(frees.count(), 1);
 }

@@ -148,9 +148,9 @@ TEST(Lifetime, ADeviceThatClosesTwentyTimesEndsWithOneSenderAndOneReceiver)
 
         // An event handler bears the name of its starter while it lives.
         EXPECT_TRUE(eventually([] {
-            return threads_named("sdk_msgrecver_main") == 1 && threads_named(manager_name) == 1;
+            return threads_named("sdk_msgrecver_main") == 1 &&
+                   threads_named("sdk_msgsender_main") == 1 && threads_named(manager_name) == 1;
         }));
-        EXPECT_EQ(threads_named("sdk_msgsender_main"), 1);
         EXPECT_TRUE(eventually([&] { return open_descriptors().size() == descriptors.size(); }));
         for (int i = 0; i < 50; i++) {
             EXPECT_EQ(ZU_NET_DEV_MakeKeyFrame(login.handle(), 11), 0);

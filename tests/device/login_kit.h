@@ -245,6 +245,13 @@ public:
         ZU_U32 handle = 0;
         return log_in(&handle, device.port());
     }};
+
+    // Whether somebody has told the device manager to stop: Login, whose time is over, or a Logout.
+    bool is_being_ended() const
+    {
+        const held_user user(0x43210000);
+        return eventually([&] { return user->devmanager_run == 0; });
+    }
 };
 
 // A login to a device of its own, at level 2, whose events are watched.

@@ -66,6 +66,7 @@ TEST_P(LoginRound, TellsItsStoryWhenTheDeviceManagerEndsSilently)
 {
     const inventory before;
     {
+        const stopped_clock clock; // no heartbeat
         const library lib(0);
         serving_device device;
         const log_tap log(level);
@@ -183,6 +184,7 @@ TEST(LoginRound, WritesTheStepsOfLoginInTheirOrder)
     serving_device device;
     const log_tap log(2);
     const live_login login(device.port());
+    ASSERT_TRUE(log.wait_for("sdk_user->used = ZU_SDK_USER_USED;\n")); // Login may be quicker
     const size_t up = place_of(log, manager_name, "sdk_user->used = ZU_SDK_USER_USED;\n");
     EXPECT_LT(place_of(log, "alloc_sdkuser", "alloc sdk user:0\n"), up);
     EXPECT_LT(place_of(log, "build_int_sock", "leave build_int_sock\n"), up);

@@ -237,7 +237,7 @@ TEST_F(LogoutState, InTheRestartOfAStreamThatIsNeverAnswered)
     ASSERT_TRUE(restarting.reached());
     set_log_level(1); // has the time limits too
     restarting.let_go();
-    ASSERT_TRUE(eventually([&] { return device->received(0x1001).size() == 2; }));
+    ASSERT_TRUE(eventually([&] { return device->received(0x1001).size() >= 2; }));
     EXPECT_EQ(log_out(), 0);
 }
 

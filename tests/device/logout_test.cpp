@@ -118,9 +118,7 @@ TEST(Logout, OfALoginThatStillWaitsForItsWorkersEndsItAndLetsLoginFail)
     running_call logout([] { return ZU_NET_DEV_Logout(0x43210000); });
     // A device manager that sees the dead link before it is told to stop connects once more, and
     // then waits for the late sender itself.
-    ASSERT_TRUE(eventually([&] {
-        return at.log.has("####### exit msgrecver() finish\n") || at.device.connections_made() > 1;
-    }));
+    ASSERT_TRUE(at.is_being_ended());
     at.late_sender.let_go();
     EXPECT_EQ(logout.result(), 0);
     EXPECT_EQ(at.login.result(), -1);
@@ -138,22 +136,19 @@ TEST(Logout, LetsEveryRequestUnderWayReturn)
             ASSERT_EQ(login.result(), 0);
             const ZU_U32 handle = login.handle();
             std::atomic<int> answered{0};
-            std::atomic<int> failed{0};
             std::vector<std::thread> threads;
             for (int i = 0; i < 8; i++) {
                 threads.emplace_back([&] {
                     while (ZU_NET_DEV_MakeKeyFrame(handle, 11) == 0) {
                         answered++;
                     }
-                    failed++;
                 });
             }
             ASSERT_TRUE(eventually([&] { return answered > 100; }));
             EXPECT_EQ(login.log_out(), 0);
             for (auto& thread : threads) {
-                thread.join();
+                thread.join(); // its last request has failed
             }
-            EXPECT_EQ(failed, 8);
         }
     }
     EXPECT_EQ(before.left_over(), "");

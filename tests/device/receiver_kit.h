@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -91,6 +92,32 @@ inline bool takes_a_frame_in_two(receiver_stand& stand)
            stand.seen.wait_for_blocks(before + 1) &&
            stand.seen.blocks().back().body == bytes(whole.begin() + 12, whole.end());
 }
+
+// What the receiver does, a character each: w, a wait; l, a look; r, a read.
+class watched_steps
+{
+public:
+    bool show(const std::string& expected) const
+    {
+        return eventually([&] {
+            const std::lock_guard<std::mutex> lock(guard);
+            return steps.find(expected) != std::string::npos;
+        });
+    }
+
+private:
+    void note(char step)
+    {
+        const std::lock_guard<std::mutex> lock(guard);
+        steps += step;
+    }
+
+    mutable std::mutex guard;
+    std::string steps;
+    const before_call waits{"ppoll", [this] { note('w'); }};
+    const before_call looks{"poll", [this] { note('l'); }};
+    const before_call reads{"recv", [this] { note('r'); }};
+};
 
 // A callback's waiting place: the test sees that one has arrived and lets it go on.
 class turnstile

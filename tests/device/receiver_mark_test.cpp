@@ -146,10 +146,18 @@ TEST(ReceiverMark, AByteASecondBelowItKeepsTheReceiver)
 TEST(ReceiverMark, AByteBelowItBeginsTheSixSecondsAnew)
 {
     receiver_in_a_frame stand;
-    const before_call looks("ioctl");
-    ASSERT_TRUE(eventually([&] { return looks.count() >= 4; }));
+    turnstile fourth_look;
+    int number = 0; // of the look, on the receiver's thread
+    const before_call looks("ioctl", [&] {
+        if (++number == 4) {
+            fourth_look.pass();
+        }
+    });
+    ASSERT_TRUE(fourth_look.reached());
     const auto sent_at = steady::now();
     stand.send_up_to(begun + 1);
+    ASSERT_TRUE(all_arrived(stand));
+    fourth_look.let_go();
     ASSERT_TRUE(stand.receiver_ended());
     EXPECT_GE(steady::now() - sent_at, std::chrono::milliseconds(5900));
     expect_log(stand, {error("no msg in 6 seconds!\n"), error("ret: 0, tv_sec: 0\n")});
@@ -158,11 +166,19 @@ TEST(ReceiverMark, AByteBelowItBeginsTheSixSecondsAnew)
 TEST(ReceiverMark, ALookThatFindsNothingIsNoEndOfAWait)
 {
     receiver_in_a_frame stand(2);
-    const before_call looks("ioctl");
     const before_call asked("getsockopt");
-    ASSERT_TRUE(eventually([&] { return looks.count() >= 4; })); // three would be doubt enough
+    turnstile fourth_look; // three would be doubt enough
+    int number = 0;        // of the look, on the receiver's thread
+    const before_call looks("ioctl", [&] {
+        if (++number == 4) {
+            fourth_look.pass();
+        }
+    });
+    ASSERT_TRUE(fourth_look.reached());
     EXPECT_EQ(asked.count(), 0);
     EXPECT_FALSE(stand.log.has_beginning("select timeout"));
+    ASSERT_TRUE(stand.send_up_to(stand.whole.size()) && all_arrived(stand));
+    fourth_look.let_go();
     EXPECT_TRUE(stand.takes_the_rest());
     EXPECT_TRUE(takes_a_frame(stand));
 }
@@ -193,8 +209,7 @@ TEST(ReceiverMark, IsNotUsedBehindUrgentData)
     receiver_in_a_frame stand;
     ASSERT_TRUE(stand.link.send_urgent('!'));
     ASSERT_TRUE(eventually([&] { return mark_of(stand) == 1; }));
-    stand.send_up_to(begun + 10);
-    EXPECT_TRUE(all_read(stand));
+    EXPECT_TRUE(stand.takes_the_rest());
     EXPECT_TRUE(stand.log.lines().empty());
 }
 
@@ -210,7 +225,7 @@ TEST(ReceiverMark, WhatNobodyCanCountBehindUrgentDataIsNoSilence)
         }
     });
     ASSERT_TRUE(eventually([&] { return looks >= 1 && mark_of(stand) == 1; }));
-    EXPECT_TRUE(all_read(stand));
+    EXPECT_TRUE(stand.takes_the_rest());
     EXPECT_TRUE(stand.log.lines().empty());
 }
 

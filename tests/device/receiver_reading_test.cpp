@@ -138,37 +138,6 @@ TEST(ReceiverReading, GoesBackToTheWaitWhenTheBodyIsNotThereYet)
     expect_log_until_shut_down(stand, {trace(again_line)});
 }
 
-namespace
-{
-
-// What the receiver does, a character each: w, a wait; l, a look; r, a read.
-class watched_steps
-{
-public:
-    bool show(const std::string& expected) const
-    {
-        return eventually([&] {
-            const std::lock_guard<std::mutex> lock(guard);
-            return steps.find(expected) != std::string::npos;
-        });
-    }
-
-private:
-    void note(char step)
-    {
-        const std::lock_guard<std::mutex> lock(guard);
-        steps += step;
-    }
-
-    mutable std::mutex guard;
-    std::string steps;
-    const before_call waits{"ppoll", [this] { note('w'); }};
-    const before_call looks{"poll", [this] { note('l'); }};
-    const before_call reads{"recv", [this] { note('r'); }};
-};
-
-} // namespace
-
 TEST(ReceiverReading, TakesAMessageThatIsThereByOneRead)
 {
     const watched_steps steps;

@@ -84,6 +84,7 @@ TEST_F(routing, TwoCallersAnsweredInReverseGetTheirOwn)
 
 TEST_F(routing, AWrongWaitPortCostsOnlyItsCallerTheAnswer)
 {
+    stopped_clock clock;
     set_log_level(1); // for the limit
     auto unlucky = call(1, 1);
     auto misdirected = stand.link.read_request();
@@ -98,16 +99,19 @@ TEST_F(routing, AWrongWaitPortCostsOnlyItsCallerTheAnswer)
     ASSERT_TRUE(request);
     ASSERT_TRUE(stand.link.send(response_to(*request)));
     EXPECT_EQ(word_at(lucky.get(), 12), 2002U);
+    EXPECT_TRUE(clock.advance_until([&] { return !still_waiting(unlucky); }));
     EXPECT_EQ(unlucky.get(), bytes());
     EXPECT_EQ(stand.log.count("select wait for 3 seconds timeout!\n"), 1);
 }
 
 TEST_F(routing, AnAnswerThatComesTooLateIsLostAndHarmsNobody)
 {
+    stopped_clock clock;
     set_log_level(1); // for the limit
     auto given_up = call(1, 1);
     const auto late = stand.link.read_request();
     ASSERT_TRUE(late);
+    EXPECT_TRUE(clock.advance_until([&] { return !still_waiting(given_up); }));
     EXPECT_EQ(given_up.get(), bytes());
     set_log_level(0);
 

@@ -152,10 +152,7 @@ TEST_P(Request, FailsWhenTheDeviceDoesNotAnswer)
     guarded_record record(pattern(44));
     auto running = in_background([&] { return entry.call(stand.handle(), record.data(), 44); });
     EXPECT_TRUE(stand.link.read_request());
-    EXPECT_TRUE(eventually([&] {
-        stand.clock.advance(1);
-        return !still_waiting(running);
-    }));
+    EXPECT_TRUE(stand.clock.advance_until([&] { return !still_waiting(running); }));
     EXPECT_EQ(running.get(), -1);
     EXPECT_EQ(record.content(), pattern(44));
     EXPECT_EQ(stand.log.messages_of(entry.function), std::vector<std::string>{"write faill!\n"});

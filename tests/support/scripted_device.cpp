@@ -192,8 +192,7 @@ void serving_device::serve(connection& c)
         now = conduct;
     }
     if (!now.on_connect(c.end)) {
-        c.over = true;
-        c.end.close();
+        end(c);
         return;
     }
     while (auto m = c.end.read_message(std::chrono::hours(1))) {
@@ -205,9 +204,15 @@ void serving_device::serve(connection& c)
         const std::lock_guard<std::mutex> lock(c.writing);
         now.on_message(c.end, *m);
     }
-    c.over = true;
+    end(c);
+}
+
+// Closed before it counts as over: who finds no link open finds no descriptor of one either.
+void serving_device::end(connection& c)
+{
     const std::lock_guard<std::mutex> lock(c.writing);
     c.end.close();
+    c.over = true;
 }
 
 void serving_device::drop_links()

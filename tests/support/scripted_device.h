@@ -95,6 +95,7 @@ private:
     void accept_loop();
     void clear_ended(); // under the guard
     void serve(connection& c);
+    static void end(connection& c);
 
     scripted_device device;
     mutable std::mutex guard; // everything below

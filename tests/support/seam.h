@@ -16,6 +16,8 @@
 #include <sys/time.h>
 #include <vector>
 
+#include "eventually.h"
+
 namespace support
 {
 
@@ -98,6 +100,15 @@ public:
     stopped_clock& operator=(const stopped_clock&) = delete;
 
     void advance(int whole_seconds);
+    // Second after second, until `done` holds: for a time limit that begins somewhere on the way.
+    template <class Condition>
+    bool advance_until(Condition done)
+    {
+        return eventually([&] {
+            advance(1);
+            return done();
+        });
+    }
 };
 
 // What the library's latest call of ppoll asked for, whichever thread made it.
