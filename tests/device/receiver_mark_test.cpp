@@ -216,15 +216,17 @@ TEST(ReceiverMark, IsNotUsedBehindUrgentData)
 TEST(ReceiverMark, WhatNobodyCanCountBehindUrgentDataIsNoSilence)
 {
     receiver_in_a_frame stand;
-    std::atomic<int> looks{0};
+    int number = 0; // of the look, on the receiver's thread
+    std::atomic<bool> sent{false};
     const before_call look("ioctl", [&] {
-        if (++looks == 1) {
+        if (++number == 1) {
             stand.link.send_urgent('!');
             stand.send_up_to(begun + 10);
+            sent = true;
             std::this_thread::sleep_for(std::chrono::seconds(6)); // sleep: as in a stopped process
         }
     });
-    ASSERT_TRUE(eventually([&] { return looks >= 1 && mark_of(stand) == 1; }));
+    ASSERT_TRUE(eventually([&] { return sent && mark_of(stand) == 1; }));
     EXPECT_TRUE(stand.takes_the_rest());
     EXPECT_TRUE(stand.log.lines().empty());
 }

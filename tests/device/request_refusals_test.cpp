@@ -163,7 +163,8 @@ TEST_P(Request, FailsAfterLogout)
     const inventory before;
     {
         serving_device device;
-        const library lib(0); // requests have no time limit
+        const stopped_clock still; // no request and no link runs into its limit
+        const library lib(1);
         live_login login(device.port());
         ASSERT_EQ(login.result(), 0);
         ASSERT_TRUE(login.wait_until_up());

@@ -260,7 +260,8 @@ TEST(restart_after_reconnection, AStoppedStreamIsStartedAgainAndAskedForAKeyFram
 {
     const inventory before;
     {
-        const library in_use(0); // requests have no time limit
+        const stopped_clock still; // no request and no link runs into its limit
+        const library in_use(1);
         serving_device device;
         live_login login(device.port());
         ASSERT_EQ(login.result(), 0);
