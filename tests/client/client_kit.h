@@ -6,12 +6,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -20,6 +22,7 @@
 #include "eventually.h"
 #include "process_probe.h"
 #include "scripted_device.h"
+#include "seam.h"
 #include "wire_bytes.h"
 #include "zu/camera.hpp"
 
@@ -94,6 +97,44 @@ private:
 
 // ---- the camera's side ----
 
+// A thread that comes to wait inside `what`.
+class Waiter
+{
+public:
+    explicit Waiter(std::function<void()> what)
+        : thread([this, what = std::move(what)] {
+              id = gettid();
+              what();
+          })
+    {
+    }
+    ~Waiter()
+    {
+        thread.join();
+    }
+    Waiter(const Waiter&) = delete;
+    Waiter& operator=(const Waiter&) = delete;
+
+    // Until it sleeps there, by what the system says of it.
+    bool waits() const
+    {
+        return eventually([this] { return id != 0 && state() == 'S'; });
+    }
+
+private:
+    char state() const
+    {
+        std::ifstream stat("/proc/self/task/" + std::to_string(id) + "/stat");
+        std::string line;
+        std::getline(stat, line);
+        const size_t name_ends = line.rfind(") ");
+        return name_ends == std::string::npos ? '?' : line.at(name_ends + 2);
+    }
+
+    std::atomic<pid_t> id{0};
+    std::thread thread;
+};
+
 // Writes down the events of a camera.
 class EventLog
 {
@@ -110,12 +151,12 @@ public:
         const std::lock_guard<std::mutex> lock(own->guard);
         return own->events;
     }
-    // Without heartbeats, which come when they come.
-    std::vector<zu::EventKind> kinds() const
+    // Those of these kinds, in order; the others come when they come.
+    std::vector<zu::EventKind> only(const std::set<zu::EventKind>& wanted) const
     {
         std::vector<zu::EventKind> out;
         for (const zu::Event& event : all()) {
-            if (event.kind != zu::EventKind::heartbeat) {
+            if (wanted.count(event.kind) > 0) {
                 out.push_back(event.kind);
             }
         }
@@ -131,6 +172,19 @@ public:
     bool wait_for(zu::EventKind kind, int times = 1) const
     {
         return eventually([=] { return count(kind) >= times; });
+    }
+    // Until the latest of some kinds is this one.
+    bool wait_for_latest(zu::EventKind kind, const std::set<zu::EventKind>& of) const
+    {
+        return eventually([&] {
+            const auto so_far = only(of);
+            return !so_far.empty() && so_far.back() == kind;
+        });
+    }
+    void forget()
+    {
+        const std::lock_guard<std::mutex> lock(own->guard);
+        own->events.clear();
     }
 
 private:
@@ -196,7 +250,8 @@ inline behaviour mute()
     });
 }
 
-// A library, a device and, when a test makes one, a camera; afterwards nothing is left of them.
+// A library, a device and, when a test makes one, a camera; afterwards nothing is left of them. Its
+// requests have as long as the C library gives them, unless the test sets a deadline.
 class ClientTest : public testing::Test
 {
 protected:
@@ -204,6 +259,9 @@ protected:
     {
         if (!options.on_event) {
             options.on_event = events.handler();
+        }
+        if (options.deadline == zu::CameraOptions().deadline) {
+            options.deadline = long_enough;
         }
         camera = std::make_unique<zu::Camera>(address_of(device->port()), std::move(options));
         EXPECT_TRUE(eventually([this] { return device->links_open() > 0; }));
@@ -228,6 +286,23 @@ protected:
     size_t asked(uint32_t type) const
     {
         return device->received(type).size();
+    }
+    // Makes a request that times out while the device is at it. Where a busy machine does not begin
+    // it in time it never begins, so it is made until the device has been asked.
+    template <class Request>
+    void let_time_out(uint32_t type, Request request)
+    {
+        do {
+            EXPECT_EQ(request(), zu::Errc::timed_out);
+        } while (!HasFailure() && !eventually([=] { return asked(type) > 0; }, seconds(1)));
+    }
+    // Lets time pass until there is a heartbeat, again for a sender that has not begun to count
+    // yet. It is less than what a request or the receiver waits for.
+    void let_a_heartbeat_come(stopped_clock& still) const
+    {
+        do {
+            still.advance(3);
+        } while (!eventually([=] { return asked(heartbeat_message) > 0; }, seconds(5)));
     }
 
     const inventory before;

@@ -122,9 +122,11 @@ TEST_F(Log, GoesNowhereWhenTheLibraryHasGone)
 TEST_F(Log, DoesNotCallItsHandlerFromInsideIt)
 {
     int depth = 0;
+    int calls = 0;
     library.reset();
     zu::LibraryOptions options;
     options.log = [&](const zu::LogLine& line) {
+        ++calls;
         EXPECT_EQ(++depth, 1);
         EXPECT_EQ(line.text, "one");
         write("two\n");
@@ -133,6 +135,7 @@ TEST_F(Log, DoesNotCallItsHandlerFromInsideIt)
     library = std::make_unique<zu::Library>(options);
     write("one\n");
     write("one\n");
+    EXPECT_EQ(calls, 2);
 }
 
 // A line that is under way when the library object ends is waited for; none is begun afterwards.

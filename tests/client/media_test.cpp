@@ -26,6 +26,15 @@ protected:
     {
         return camera->media().state;
     }
+    // Whether a stall is the latest that has been told since frames came: one may have been told
+    // before the first of them, on a busy machine.
+    bool has_stalled_since() const
+    {
+        return events.wait_for_latest(EventKind::media_stalled, flowing_or_stalled);
+    }
+
+    const std::set<EventKind> flowing_or_stalled{EventKind::media_flowing,
+                                                 EventKind::media_stalled};
 };
 
 TEST_F(MediaFact, StallsWhenNoFrameEverComes)
@@ -43,7 +52,7 @@ TEST_F(MediaFact, StallsThoughThePeerIsAlive)
     const zu::Camera& its = start(milliseconds(1000));
     device->send_to_all(video(h264_key));
     EXPECT_TRUE(events.wait_for(EventKind::media_flowing));
-    EXPECT_TRUE(events.wait_for(EventKind::media_stalled));
+    EXPECT_TRUE(has_stalled_since());
     EXPECT_EQ(state(), MediaState::stalled);
     EXPECT_GE(*its.media().frame_age, milliseconds(1000));
     EXPECT_TRUE(its.peer().alive);
@@ -54,11 +63,18 @@ TEST_F(MediaFact, ResumesWithTheNextFrame)
 {
     start(milliseconds(300));
     device->send_to_all(video(h264_key));
-    EXPECT_TRUE(events.wait_for(EventKind::media_stalled));
+    EXPECT_TRUE(events.wait_for(EventKind::media_flowing));
+    EXPECT_TRUE(has_stalled_since());
     device->send_to_all(video(h264_delta));
     EXPECT_TRUE(events.wait_for(EventKind::media_flowing, 2));
-    EXPECT_TRUE(events.wait_for(EventKind::media_stalled, 2));
-    EXPECT_EQ(camera->stats().gaps, 2U);
+    EXPECT_TRUE(has_stalled_since());
+    auto told = events.only(flowing_or_stalled);
+    EXPECT_EQ(camera->stats().gaps, static_cast<uint64_t>(events.count(EventKind::media_stalled)));
+    if (told.front() == EventKind::media_stalled) {
+        told.erase(told.begin()); // the first frame came late
+    }
+    EXPECT_THAT(told, ElementsAre(EventKind::media_flowing, EventKind::media_stalled,
+                                  EventKind::media_flowing, EventKind::media_stalled));
 }
 
 TEST_F(MediaFact, TricklesWhenFewerThanHalfOfTheFramesCome)
@@ -80,11 +96,11 @@ TEST_F(MediaFact, IsOffAfterAStop)
     EXPECT_TRUE(events.wait_for(EventKind::media_flowing));
     EXPECT_EQ(camera->stop_stream(), std::error_code());
     EXPECT_EQ(state(), MediaState::off);
-    const int stalls = events.count(EventKind::media_stalled);
+    const uint64_t gaps = camera->stats().gaps;
     device->send_to_all(video(h264_key)); // late
     EXPECT_TRUE(eventually([this] { return camera->stats().frames == 2; }));
     EXPECT_TRUE(all_along([this] { return state() == MediaState::off; }, milliseconds(600)));
-    EXPECT_EQ(events.count(EventKind::media_stalled), stalls);
+    EXPECT_EQ(camera->stats().gaps, gaps);
 }
 
 TEST_F(MediaFact, IsOffWhenTheDeviceRefusesTheStart)
