@@ -34,42 +34,43 @@ protected:
 
 TEST_F(End, SendsWaitingCallersAway)
 {
+    std::optional<stopped_clock> still(std::in_place); // nobody is given up for the next to begin
     device->behave(mute());
     Camera& its = log_in();
     std::vector<std::thread> callers;
     for (int i = 0; i < 6; i++) {
         callers.emplace_back([&] { EXPECT_EQ(its.standard(1, 1, long_enough), Errc::closed); });
     }
+    EXPECT_TRUE(eventually([&] { return its.stats().requests == 6; })) << "all have handed in";
     EXPECT_TRUE(eventually([this] { return asked(move_message) == 4; }));
     end();
     for (auto& caller : callers) {
         caller.join();
     }
+    still.reset();
     EXPECT_TRUE(eventually([this] { return ended.load(); })) << "the library has given up by then";
     EXPECT_EQ(asked(move_message), 4U) << "what had not begun never began";
 }
 
 TEST_F(End, WaitsForRequestsThatNobodyWaitsForAnyMore)
 {
+    std::optional<stopped_clock> still(std::in_place);
     device->behave(mute());
     Camera& its = log_in();
-    EXPECT_EQ(its.standard(1, 1, milliseconds(20)), Errc::timed_out);
-    camera.reset();
-    EXPECT_EQ(threads_named("zu_request"), 0);
+    let_time_out(move_message, [&] { return its.standard(1, 1, milliseconds(20)); });
+    end();
+    EXPECT_TRUE(all_along([this] { return !ended; }, milliseconds(200)));
+    still.reset();
+    EXPECT_TRUE(eventually([this] { return ended.load(); }));
+    EXPECT_TRUE(eventually([] { return threads_named("zu_request") == 0; })) << "joined, and gone";
 }
 
 TEST_F(End, WakesWhoWaitsForAFrame)
 {
     Camera& its = log_in();
-    std::atomic<bool> waits{false};
-    std::thread taker([&] {
-        waits = true;
-        EXPECT_FALSE(its.next_frame(std::chrono::hours(1)));
-    });
-    EXPECT_TRUE(eventually([&] { return waits.load(); }));
-    EXPECT_TRUE(all_along([] { return true; }, milliseconds(50)));
+    const Waiter taker([&] { EXPECT_FALSE(its.next_frame(std::chrono::hours(1))); });
+    EXPECT_TRUE(taker.waits()); // what has not got there yet would call a camera that is gone
     end();
-    taker.join();
 }
 
 TEST_F(End, LetsAReceiverGoThatWaitsForRoom)
@@ -259,7 +260,7 @@ TEST_F(End, OfAMovedCameraIsThatOfTheOtherObject)
         EXPECT_EQ(first.move(1, 1, milliseconds(1)), Errc::closed);
         EXPECT_EQ(first.stop_moving(), Errc::closed);
         EXPECT_EQ(first.preset(1, 1), Errc::closed);
-        EXPECT_FALSE(first.next_frame(long_enough));
+        EXPECT_FALSE(first.next_frame(std::chrono::hours(1)));
         EXPECT_EQ(first.link().state, zu::LinkState::down);
         EXPECT_FALSE(first.peer().alive);
         EXPECT_EQ(first.media().state, zu::MediaState::off);

@@ -270,11 +270,11 @@ TEST_F(Queue, BlocksUntilThereIsRoom)
     make(1, WhenFull::block);
     put_key();
     std::atomic<bool> kept{false};
-    std::thread receiver([&] { kept = put_delta().kept; });
+    const Waiter receiver([&] { kept = put_delta().kept; });
+    EXPECT_TRUE(receiver.waits());
     EXPECT_TRUE(all_along([&] { return !kept; }, milliseconds(50)));
     EXPECT_TRUE(next());
     EXPECT_TRUE(eventually([&] { return kept.load(); }));
-    receiver.join();
     EXPECT_THAT(take_all(), ElementsAre(2));
 }
 
@@ -282,10 +282,11 @@ TEST_F(Queue, LetsAReceiverGoWhenItEnds)
 {
     make(1, WhenFull::block);
     put_key();
-    std::thread receiver([&] { EXPECT_FALSE(put_delta().kept); });
-    EXPECT_TRUE(all_along([] { return true; }, milliseconds(20)));
-    queue->end();
-    receiver.join();
+    {
+        const Waiter receiver([&] { EXPECT_FALSE(put_delta().kept); });
+        EXPECT_TRUE(receiver.waits());
+        queue->end();
+    }
     EXPECT_EQ(stats().dropped_at_end, 2U);
 }
 
@@ -294,7 +295,7 @@ TEST_F(Queue, GivesNothingWhenItHasEnded)
     make(4, WhenFull::drop_to_key);
     put_key();
     queue->end();
-    EXPECT_FALSE(queue->next(zu::Clock::now() + long_enough)) << "at once";
+    EXPECT_FALSE(queue->next(zu::Clock::now() + std::chrono::hours(1))) << "at once";
     EXPECT_FALSE(put_key().kept);
     EXPECT_EQ(stats().dropped_at_end, 2U);
 }
@@ -302,11 +303,10 @@ TEST_F(Queue, GivesNothingWhenItHasEnded)
 TEST_F(Queue, WakesWhoWaitsWhenItEnds)
 {
     make(4, WhenFull::drop_to_key);
-    std::thread waiting(
+    const Waiter taker(
         [&] { EXPECT_FALSE(queue->next(zu::Clock::now() + std::chrono::hours(1))); });
-    EXPECT_TRUE(all_along([] { return true; }, milliseconds(20)));
+    EXPECT_TRUE(taker.waits());
     queue->end();
-    waiting.join();
 }
 
 TEST_F(Queue, GivesEachFrameToOneOfManyTakers)

@@ -1,8 +1,6 @@
 // Movements and their dead man's timer.
 #include "client_kit.h"
 
-#include "seam.h"
-
 namespace
 {
 
@@ -20,6 +18,38 @@ protected:
         options.stop_command = halt;
         options.stop_speed = 3;
         return log_in(std::move(options));
+    }
+    // A camera that has made `steps` in less than `limit`. On a busy machine a timer may be over
+    // before the device has answered, and then more is sent, as it should be; so what took longer
+    // is not what the test is about, and another camera begins afresh with another device.
+    template <class Steps>
+    zu::Camera& log_in_and_make(milliseconds limit, Steps steps)
+    {
+        for (;;) {
+            zu::Camera& its = log_in_to_mover();
+            const auto begin = zu::Clock::now();
+            steps(its);
+            if (zu::Clock::now() - begin < limit || HasFailure()) {
+                return its;
+            }
+            camera.reset();
+            device = std::make_unique<serving_device>();
+            events.forget();
+        }
+    }
+    // A move that the device never answers, so that its call is under way until the library gives
+    // it up; stops are answered.
+    void move_without_an_answer(milliseconds at_most)
+    {
+        device->behave(answering([](peer& end, const message& m) {
+            if (m.type != move_message || word_at(m.body, 0) == halt) {
+                answers_with(0)(end, m);
+            }
+        }));
+        zu::CameraOptions options;
+        options.requests_at_once = 64;
+        zu::Camera& its = log_in_to_mover(std::move(options));
+        let_time_out(move_message, [&] { return its.move(left, 5, at_most, milliseconds(40)); });
     }
     // The commands that have reached the device, in order.
     std::vector<uint32_t> commands() const
@@ -62,9 +92,12 @@ using testing::ElementsAre;
 
 TEST_F(Movement, StopsByItself)
 {
-    zu::Camera& its = log_in_to_mover();
-    const auto begin = zu::Clock::now();
-    EXPECT_EQ(its.move(left, 5, milliseconds(300)), std::error_code());
+    const stopped_clock still;
+    zu::Clock::time_point begin;
+    log_in_and_make(milliseconds(300), [&](zu::Camera& its) {
+        begin = zu::Clock::now();
+        EXPECT_EQ(its.move(left, 5, milliseconds(300)), std::error_code());
+    });
     EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
     EXPECT_GE(zu::Clock::now() - begin, milliseconds(300));
     EXPECT_THAT(commands(), ElementsAre(left, halt));
@@ -74,9 +107,11 @@ TEST_F(Movement, StopsByItself)
 
 TEST_F(Movement, IsStoppedOnceWhenTheProgramDoes)
 {
-    zu::Camera& its = log_in_to_mover();
-    EXPECT_EQ(its.move(left, 5, milliseconds(500)), std::error_code());
-    EXPECT_EQ(its.stop_moving(), std::error_code());
+    const stopped_clock still;
+    log_in_and_make(milliseconds(500), [](zu::Camera& its) {
+        EXPECT_EQ(its.move(left, 5, milliseconds(500)), std::error_code());
+        EXPECT_EQ(its.stop_moving(), std::error_code());
+    });
     EXPECT_TRUE(all_along([this] { return halts() == 1; }, milliseconds(1000)));
     EXPECT_EQ(events.count(EventKind::movement_stopped), 0) << "not by the timer";
 }
@@ -108,31 +143,46 @@ TEST_F(Movement, StopsThoughAnEventHandlerHangs)
     zu::Camera& its = log_in_to_mover(std::move(options));
     EXPECT_TRUE(eventually([&] { return inside.load(); }));
     EXPECT_EQ(its.move(left, 5, milliseconds(100)), std::error_code());
-    EXPECT_TRUE(eventually([this] { return halts() == 1; }));
+    EXPECT_TRUE(eventually([this] { return halts() >= 1; }));
     go_on = true;
     camera.reset(); // before what its handler uses
 }
 
 TEST_F(Movement, TakesTheTimerOver)
 {
-    zu::Camera& its = log_in_to_mover();
-    EXPECT_EQ(its.move(left, 5, milliseconds(400)), std::error_code());
-    EXPECT_EQ(its.move(left + 1, 5, std::chrono::hours(1)), std::error_code());
+    const stopped_clock still;
+    log_in_and_make(milliseconds(400), [](zu::Camera& its) {
+        EXPECT_EQ(its.move(left, 5, milliseconds(400)), std::error_code());
+        EXPECT_EQ(its.move(left + 1, 5, std::chrono::hours(1)), std::error_code());
+    });
     EXPECT_TRUE(all_along([this] { return halts() == 0; }, milliseconds(1000)));
-    EXPECT_EQ(its.move(left + 2, 5, milliseconds(100)), std::error_code());
+    EXPECT_THAT(commands(), ElementsAre(left, left + 1));
+}
+
+TEST_F(Movement, TakesALongerTimerOver)
+{
+    const stopped_clock still;
+    log_in_and_make(milliseconds(300), [](zu::Camera& its) {
+        EXPECT_EQ(its.move(left, 5, std::chrono::hours(1)), std::error_code());
+        EXPECT_EQ(its.move(left + 1, 5, milliseconds(300)), std::error_code());
+    });
     EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
-    EXPECT_THAT(commands(), ElementsAre(left, left + 1, left + 2, halt));
+    EXPECT_THAT(commands(), ElementsAre(left, left + 1, halt));
 }
 
 TEST_F(Movement, IsStoppedAgainUntilTheDeviceHasTakenIt)
 {
-    std::atomic<int> refusals{2};
-    device->behave(answering([&](peer& end, const message& m) {
-        const bool refuse = m.type == move_message && word_at(m.body, 0) == halt && refusals-- > 0;
-        answers_with(refuse ? 5 : 0)(end, m);
-    }));
-    zu::Camera& its = log_in_to_mover();
-    EXPECT_EQ(its.move(left, 5, milliseconds(100)), std::error_code());
+    const stopped_clock still;
+    std::atomic<int> refusals{0};
+    log_in_and_make(milliseconds(2100), [&](zu::Camera& its) { // the third stop is sent then
+        refusals = 2;
+        device->behave(answering([&](peer& end, const message& m) {
+            const bool refuse =
+                m.type == move_message && word_at(m.body, 0) == halt && refusals-- > 0;
+            answers_with(refuse ? 5 : 0)(end, m);
+        }));
+        EXPECT_EQ(its.move(left, 5, milliseconds(100)), std::error_code());
+    });
     EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
     EXPECT_EQ(halts(), 3);
     EXPECT_EQ(events.count(EventKind::movement_stopped), 1);
@@ -140,10 +190,12 @@ TEST_F(Movement, IsStoppedAgainUntilTheDeviceHasTakenIt)
 
 TEST_F(Movement, IsStoppedWhenTheLinkHasComeBack)
 {
-    zu::Camera& its = log_in_to_mover();
-    EXPECT_EQ(its.move(left, 5, milliseconds(1000)), std::error_code());
-    device->drop_links();
-    EXPECT_TRUE(events.wait_for(EventKind::link_down));
+    const stopped_clock still;
+    log_in_and_make(milliseconds(1000), [this](zu::Camera& its) {
+        EXPECT_EQ(its.move(left, 5, milliseconds(1000)), std::error_code());
+        device->drop_links();
+        EXPECT_TRUE(events.wait_for(EventKind::link_down));
+    });
     EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
     EXPECT_EQ(events.count(EventKind::link_up), 1);
     EXPECT_THAT(commands(), ElementsAre(left, halt));
@@ -151,27 +203,20 @@ TEST_F(Movement, IsStoppedWhenTheLinkHasComeBack)
 
 TEST_F(Movement, ThatFailedCountsAsBegun)
 {
-    device->behave(answering([](peer& end, const message& m) {
-        if (m.type != move_message || word_at(m.body, 0) == halt) {
-            answers_with(0)(end, m);
-        }
-    }));
-    zu::Camera& its = log_in_to_mover();
-    EXPECT_EQ(its.move(left, 5, milliseconds(100), milliseconds(50)), zu::Errc::timed_out);
+    move_without_an_answer(milliseconds(100));
     EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
 }
 
 // The stop might have overtaken the movement, so there is another when that is certain not to be.
 TEST_F(Movement, WhoseCallIsNotOverIsStoppedOnceMore)
 {
-    device->behave(answering([](peer& end, const message& m) {
-        if (m.type != move_message || word_at(m.body, 0) == halt) {
-            answers_with(0)(end, m);
-        }
-    }));
-    zu::Camera& its = log_in_to_mover();
-    EXPECT_EQ(its.move(left, 5, milliseconds(50), milliseconds(40)), zu::Errc::timed_out);
-    EXPECT_TRUE(eventually([this] { return halts() >= 1; }));
+    {
+        const stopped_clock still; // the move is not given up
+        move_without_an_answer(milliseconds(50));
+        EXPECT_TRUE(eventually([this] { return camera->stats().requests_done >= 1; }))
+            << "a stop that the device has taken";
+        EXPECT_EQ(events.count(EventKind::movement_stopped), 0);
+    }
     EXPECT_TRUE(events.wait_for(EventKind::movement_stopped));
     EXPECT_GE(halts(), 2);
 }
