@@ -2,6 +2,8 @@
 // end; afterwards nothing is left.
 #include "client_kit.h"
 
+#include <climits>
+
 namespace
 {
 
@@ -81,34 +83,76 @@ TEST_F(ManyCameras, ComeAndGo)
     trouble.join();
 }
 
+// How many threads the control group of this process and those around it leave to it, as far as
+// they can be read.
+long threads_left()
+{
+    long left = LONG_MAX;
+    std::ifstream groups("/proc/self/cgroup");
+    for (std::string line; std::getline(groups, line);) { // NUMBER:CONTROLLERS:PATH
+        const size_t path_at = line.find(':', line.find(':') + 1) + 1;
+        const bool unified = line.rfind("0::", 0) == 0;
+        if (!unified && line.find(":pids:") == std::string::npos) {
+            continue;
+        }
+        const std::string root = unified ? "/sys/fs/cgroup" : "/sys/fs/cgroup/pids";
+        for (std::string path = line.substr(path_at);;) {
+            long most = 0;
+            long current = 0;
+            std::ifstream limit(root + path + "/pids.max");
+            std::ifstream taken(root + path + "/pids.current");
+            if (limit >> most && taken >> current) { // no number where there is no limit
+                left = std::min(left, most - current);
+            }
+            if (path.empty()) {
+                break;
+            }
+            path.erase(path.rfind('/'));
+        }
+    }
+    return left;
+}
+
 // As many as there are places: each has its frame and its answer, and the next one has no place.
 TEST_F(ManyCameras, AreAllThereAtOnce)
 {
     constexpr size_t places = 256;
-    ASSERT_TRUE(allow_descriptors(10 * places));
+    ASSERT_TRUE(allow_descriptors(10 * places))
+        << "256 cameras can't be tried here: raise the limit of open files (ulimit -Hn) to "
+        << 10 * places;
+    // For each three of the C library and one for what it tells, two of the layer, one of the
+    // device and one of this test.
+    ASSERT_GE(threads_left(), static_cast<long>(8 * places))
+        << "256 cameras can't be tried here: raise the limit of threads (pids.max)";
     std::vector<std::optional<zu::Camera>> cameras(places);
-    std::vector<std::thread> each;
-    const auto for_all = [&](const std::function<void(std::optional<zu::Camera>&)>& what) {
-        for (auto& camera_of_one : cameras) {
-            each.emplace_back([&camera_of_one, &what] { what(camera_of_one); });
+    std::vector<std::thread> threads;
+    const auto on_threads = [&](size_t count, const std::function<void(size_t)>& what) {
+        for (size_t i = 0; i < count; i++) {
+            threads.emplace_back([i, &what] { what(i); });
         }
-        for (auto& thread : each) {
+        for (auto& thread : threads) {
             thread.join();
         }
-        each.clear();
+        threads.clear();
     };
-    for_all([this](auto& its) {
-        auto made = zu::Camera::log_in(address_of(device->port()));
-        EXPECT_TRUE(made) << made.error().message();
-        if (made) {
-            its.emplace(std::move(made).value());
+    // A Login has three seconds for its connection and its threads, and the processors are few.
+    std::atomic<size_t> next{0};
+    on_threads(8, [&](size_t) {
+        for (size_t i = next++; i < places; i = next++) {
+            auto made = zu::Camera::log_in(address_of(device->port()));
+            EXPECT_TRUE(made) << made.error().message();
+            if (made) {
+                cameras[i].emplace(std::move(made).value());
+            }
         }
     });
+    ASSERT_FALSE(HasFailure());
     EXPECT_EQ(zu::Camera::log_in(address_of(device->port())).error(), zu::Errc::cannot_connect);
     EXPECT_TRUE(eventually([this] { return device->links_open() == places; }));
     // Again and again: so many on a small machine may lose a link once in a while.
     const Streamer pictures(*device, video(h264_key), milliseconds(200));
-    for_all([](auto& its) {
+    on_threads(places, [&](size_t i) {
+        auto& its = cameras[i];
         ASSERT_TRUE(its);
         EXPECT_TRUE(its->next_frame(long_enough));
         EXPECT_TRUE(eventually([&] { return !its->standard(1, 1, long_enough); }));
