@@ -155,16 +155,16 @@ void RequestDesk::work()
     std::unique_lock<std::mutex> lock(guard);
     for (;;) {
         work_to_do.wait(lock, [this] { return closing || to_begin() > 0; });
-        const auto ticket = next();
-        if (!ticket) {
+        if (const auto ticket = next()) {
+            make(ticket, lock);
+        } else if (closing) {
             return;
         }
-        make(ticket, lock);
     }
 }
 
-// Null when there is nothing to begin, as only at the end. Those that are too late, whose callers
-// have not woken up yet, are given up on the way.
+// Null when there is nothing to begin: at the end, and when all that waited was too late. Those
+// whose callers have not woken up yet are given up on the way.
 std::shared_ptr<RequestDesk::Ticket> RequestDesk::next()
 {
     while (to_begin() > 0) {
