@@ -265,10 +265,11 @@ TEST(restart_after_reconnection, AStoppedStreamIsStartedAgainAndAskedForAKeyFram
         serving_device device;
         live_login login(device.port());
         ASSERT_EQ(login.result(), 0);
+        ASSERT_TRUE(login.watch());
         EXPECT_EQ(login.start_stream(2, 5), 0);
         EXPECT_EQ(ZU_NET_DEV_StopStream(login.handle()), 0);
         device.drop_links();
-        ASSERT_TRUE(eventually([&] { return !device.received(0x1051).empty(); }));
+        ASSERT_TRUE(login.seen.wait_for_event(ZU_NET_DEV_CONNECTED)); // told after the restart
 
         std::vector<uint32_t> types;
         for (const auto& request : device.received()) {
