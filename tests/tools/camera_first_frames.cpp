@@ -1,5 +1,6 @@
 // The example of the C++ layer against the virtual camera: the program that is built, run as a
 // process of its own, and judged by its lines and its exit status.
+#include "camera_client.h"
 #include "program_runner.h"
 #include "virtual_camera/camera.h"
 
@@ -19,12 +20,19 @@ std::vector<std::string> to(std::uint16_t port)
 
 TEST(FirstFrames, TakesKeyFramesAndReadsASetting)
 {
-    const zucam::camera camera(zucam::camera_options{});
+    zucam::camera_options options;
+    options.width = 320;
+    options.height = 180;
+    const zucam::camera camera(options);
+    // It waits two seconds for a frame, so the encoder has begun before it comes.
+    tools::camera_client other(camera.port());
+    other.send_start(0);
+    ASSERT_TRUE(other.next_with_flag("KTVF"));
     program run(FIRST_FRAMES, to(camera.port()));
     EXPECT_EQ(run.exit_status(), 0) << run.errors();
     EXPECT_THAT(run.output(), HasSubstr("media flowing\n"));
     EXPECT_THAT(run.output(), HasSubstr("key frame "));
-    EXPECT_THAT(run.output(), HasSubstr("1280 x 720, "));
+    EXPECT_THAT(run.output(), HasSubstr("320 x 180, "));
     EXPECT_THAT(run.output(), HasSubstr("link up\n"));
 }
 

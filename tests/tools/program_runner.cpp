@@ -49,6 +49,22 @@ bool read_some(int from, std::string& into)
     return count > 0;
 }
 
+// The next line of what has not been asked for yet, without its end. All that is read is in `all`.
+std::string line_of(int from, std::string& all, std::string& waiting)
+{
+    std::size_t end = 0;
+    while ((end = waiting.find('\n')) == std::string::npos) {
+        const std::size_t before = all.size();
+        if (!read_some(from, all)) {
+            return "";
+        }
+        waiting += all.substr(before);
+    }
+    const std::string line = waiting.substr(0, end);
+    waiting.erase(0, end + 1);
+    return line;
+}
+
 } // namespace
 
 program::program(const std::string& path, const std::vector<std::string>& arguments)
@@ -89,17 +105,12 @@ program::~program()
 
 std::string program::next_line()
 {
-    std::size_t end = 0;
-    while ((end = line_buffer_.find('\n')) == std::string::npos) {
-        const std::size_t before = output_.size();
-        if (!read_some(out_, output_)) {
-            return "";
-        }
-        line_buffer_ += output_.substr(before);
-    }
-    const std::string line = line_buffer_.substr(0, end);
-    line_buffer_.erase(0, end + 1);
-    return line;
+    return line_of(out_, output_, line_buffer_);
+}
+
+std::string program::next_error_line()
+{
+    return line_of(err_, errors_, error_buffer_);
 }
 
 void program::send_signal(int number) const

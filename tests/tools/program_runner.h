@@ -22,6 +22,7 @@ public:
 
     // The next line of standard output without its end; empty when there is none.
     std::string next_line();
+    std::string next_error_line(); // the same of standard error
     void send_signal(int number) const;
     pid_t pid() const; // until its end
     // Waits for the end. The exit status; 1000 and the signal's number when one ended it.
@@ -37,6 +38,7 @@ private:
     int out_ = -1;
     int err_ = -1;
     std::string line_buffer_;
+    std::string error_buffer_;
     std::string output_;
     std::string errors_;
 };
