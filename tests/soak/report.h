@@ -28,7 +28,7 @@ figures read_figures(const std::string& when, const tally& counted, const counts
 void print_head();
 void print(const figures& what);
 
-// What grew from one to the other; empty when nothing did.
+// How memory grew from one to the other, if it grew by more than it may; else empty.
 std::string growth(const figures& from, const figures& to);
 
 // The sentences behind the table: what drops explain, and whether the machine kept up. The second

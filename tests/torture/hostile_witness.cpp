@@ -15,7 +15,7 @@ namespace
 {
 
 constexpr std::chrono::milliseconds pace{2};
-constexpr std::chrono::seconds request_limit{3};
+constexpr std::chrono::milliseconds request_limit{2900}; // three seconds by time(), which lags
 constexpr uint32_t heartbeat_answer = 0x1022;
 constexpr uint32_t heartbeat_request = 0x1021;
 
