@@ -5,6 +5,7 @@
 #include "camera_client.h"
 #include "h264_decoder.h"
 #include "program_runner.h"
+#include "scratch.h"
 #include "virtual_camera/camera.h"
 #include "virtual_camera/stamp.h"
 
@@ -13,7 +14,6 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <regex>
-#include <unistd.h>
 
 namespace
 {
@@ -38,18 +38,6 @@ std::vector<std::string> to_camera(const zucam::camera& camera, std::vector<std:
 class kept_file
 {
 public:
-    kept_file() : name_(testing::TempDir() + "live." + std::to_string(getpid()))
-    {
-    }
-
-    ~kept_file()
-    {
-        (void)unlink(name_.c_str());
-    }
-
-    kept_file(const kept_file&) = delete;
-    kept_file& operator=(const kept_file&) = delete;
-
     const std::string& name() const
     {
         return name_;
@@ -83,7 +71,8 @@ public:
     }
 
 private:
-    const std::string name_;
+    const tools::scratch folder_;
+    const std::string name_ = folder_ / "kept";
 };
 
 struct progress {

@@ -5,13 +5,13 @@
 #include "camera_client.h"
 #include "eventually.h"
 #include "program_runner.h"
+#include "scratch.h"
 
 #include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace
 {
@@ -123,7 +123,8 @@ TEST(CameraProgram, FaultsCanBeAskedForByOption)
 
 TEST(CameraProgram, TheJournalFileCanBeReadWhileItRuns)
 {
-    const std::string name = testing::TempDir() + "journal." + std::to_string(getpid());
+    const tools::scratch files;
+    const std::string name = files / "journal";
     program sim(ZUCAM_SIM, with_numbers({"--journal", name}));
     camera_client client(tools::port_in(sim.next_line()));
     client.send(from_hex("31100000 08000000 39300000 02000000 05000000"));
@@ -139,7 +140,6 @@ TEST(CameraProgram, TheJournalFileCanBeReadWhileItRuns)
     EXPECT_THAT(request, testing::MatchesRegex(start + R"("request","type":"0x1031","name":"ptz",)"
                                                        R"("wait_port":12345,)"
                                                        R"("payload":"0200000005000000"\})"));
-    (void)unlink(name.c_str());
 }
 
 TEST(CameraProgram, HelpTellsEveryOptionAndEndsWell)

@@ -3,14 +3,13 @@
 #include "camera_client.h"
 #include "eventually.h"
 #include "program_runner.h"
+#include "scratch.h"
 
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,61 +20,30 @@ using testing::HasSubstr;
 using tools::camera_client;
 using tools::from_hex;
 using tools::program;
-
-// A name in the folder for such files; what has it goes with the object.
-class temporary_name
-{
-public:
-    explicit temporary_name(const std::string& kind)
-        : name_(testing::TempDir() + kind + "." + std::to_string(getpid()))
-    {
-    }
-
-    ~temporary_name()
-    {
-        (void)unlink(name_.c_str());
-    }
-
-    temporary_name(const temporary_name&) = delete;
-    temporary_name& operator=(const temporary_name&) = delete;
-
-    const std::string& name() const
-    {
-        return name_;
-    }
-
-    std::string content() const
-    {
-        std::ifstream file(name_);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    }
-
-private:
-    const std::string name_;
-};
+using tools::scratch;
 
 TEST(CameraStart, ARefusedStartLeavesTheJournalOfBeforeAlone)
 {
-    const temporary_name journal("journal");
-    std::ofstream(journal.name()) << "what was there\n";
+    const scratch files;
+    const std::string journal = files.write("journal", "what was there\n");
     program first(ZUCAM_SIM, {"--numbered", "64"});
     const std::uint16_t port = tools::port_in(first.next_line());
-    program second(ZUCAM_SIM, {"--numbered", "64", "--port", std::to_string(port), "--journal",
-                               journal.name()});
+    program second(ZUCAM_SIM,
+                   {"--numbered", "64", "--port", std::to_string(port), "--journal", journal});
     EXPECT_EQ(second.exit_status(), 2);
-    EXPECT_EQ(journal.content(), "what was there\n");
+    EXPECT_EQ(files.read("journal"), "what was there\n");
 }
 
 TEST(CameraStart, AJournalGoesOnBehindTheOneOfBefore)
 {
-    const temporary_name journal("journal");
-    std::ofstream(journal.name()) << "what was there\n";
-    program sim(ZUCAM_SIM, {"--numbered", "64", "--journal", journal.name()});
+    const scratch files;
+    const std::string journal = files.write("journal", "what was there\n");
+    program sim(ZUCAM_SIM, {"--numbered", "64", "--journal", journal});
     camera_client client(tools::port_in(sim.next_line()));
     client.send(from_hex("21100000 00000000 00000000"));
     ASSERT_TRUE(client.next());
-    EXPECT_THAT(journal.content(), testing::StartsWith("what was there\n{"));
-    EXPECT_THAT(journal.content(), HasSubstr("heartbeat"));
+    EXPECT_THAT(files.read("journal"), testing::StartsWith("what was there\n{"));
+    EXPECT_THAT(files.read("journal"), HasSubstr("heartbeat"));
 }
 
 TEST(CameraStart, AJournalThatCannotBeWrittenIsToldOnce)
@@ -95,12 +63,13 @@ TEST(CameraStart, AJournalThatCannotBeWrittenIsToldOnce)
 // The source is a pipe that brings nothing: who reads from it waits.
 TEST(CameraStart, ASourceThatNeverShowsAnythingCanBeInterrupted)
 {
-    const temporary_name pipe("pipe");
-    ASSERT_EQ(mkfifo(pipe.name().c_str(), 0600), 0);
-    program sim(ZUCAM_SIM, {"--source", pipe.name()});
+    const scratch files;
+    const std::string pipe = files / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    program sim(ZUCAM_SIM, {"--source", pipe});
     int feeder = -1;
     ASSERT_TRUE(support::eventually([&] {
-        feeder = open(pipe.name().c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        feeder = open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
         return feeder >= 0;
     })) << "the program reads from its source";
     sim.send_signal(SIGINT);

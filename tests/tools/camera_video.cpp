@@ -5,6 +5,7 @@
 #include "camera_client.h"
 #include "eventually.h"
 #include "h264_decoder.h"
+#include "scratch.h"
 #include "virtual_camera/camera.h"
 #include "virtual_camera/stamp.h"
 
@@ -13,7 +14,6 @@
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <stdexcept>
-#include <unistd.h>
 
 namespace
 {
@@ -243,7 +243,8 @@ TEST(CameraVideo, AnyGraphIsASourceAndOneThatEndsBeginsAgain)
 
 TEST(CameraVideo, AFileIsASourceWhateverItsName)
 {
-    const std::string name = testing::TempDir() + "it's a, [file]:" + std::to_string(getpid());
+    const tools::scratch files;
+    const std::string name = files / "it's a, [file]:1";
     std::FILE* file = std::fopen(name.c_str(), "wb");
     ASSERT_NE(file, nullptr);
     (void)std::fputs("P6\n64 64\n255\n", file); // a grey picture
@@ -260,7 +261,6 @@ TEST(CameraVideo, AFileIsASourceWhateverItsName)
     for (int i = 0; i < 20; ++i) {
         ASSERT_NO_THROW(decoder.decode(annexb(client.next_with_flag("KTVF"))));
     }
-    (void)unlink(name.c_str());
 }
 
 TEST(CameraVideo, ASourceThatIsNoneIsRefusedWithOneLine)

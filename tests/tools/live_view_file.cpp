@@ -4,6 +4,7 @@
 #include "camera_requests.h"
 #include "eventually.h"
 #include "program_runner.h"
+#include "scratch.h"
 #include "virtual_camera/camera.h"
 #include "virtual_camera/stamp.h"
 
@@ -13,7 +14,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <unistd.h>
 
 namespace
 {
@@ -34,18 +34,6 @@ zucam::camera_options small()
 class kept_file
 {
 public:
-    kept_file() : name_(testing::TempDir() + "kept." + std::to_string(getpid()))
-    {
-    }
-
-    ~kept_file()
-    {
-        (void)unlink(name_.c_str());
-    }
-
-    kept_file(const kept_file&) = delete;
-    kept_file& operator=(const kept_file&) = delete;
-
     std::vector<std::string> from(const zucam::camera& camera) const
     {
         return {"--out", name_, "--host", "127.0.0.1", "--port", std::to_string(camera.port())};
@@ -80,7 +68,8 @@ public:
     }
 
 private:
-    const std::string name_;
+    const tools::scratch folder_;
+    const std::string name_ = folder_ / "kept";
 };
 
 TEST(LiveViewFile, AFailedLoginLeavesTheFileOfBeforeAlone)

@@ -69,6 +69,7 @@ std::string line_of(int from, std::string& all, std::string& waiting)
 
 program::program(const std::string& path, const std::vector<std::string>& arguments)
 {
+    speak_plainly();
     const std::array<int, 2> out = make_pipe();
     const std::array<int, 2> err = make_pipe();
     out_ = out[0];
@@ -101,6 +102,11 @@ program::~program()
     }
     (void)close(out_);
     (void)close(err_);
+}
+
+void speak_plainly()
+{
+    (void)setenv("LC_ALL", "C", 1);
 }
 
 std::string program::next_line()

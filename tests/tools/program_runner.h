@@ -43,6 +43,10 @@ private:
     std::string errors_;
 };
 
+// The language of the programs that are started: shells and perl complain of one that is not
+// installed, on standard error.
+void speak_plainly();
+
 // The port in "camera N listening on 127.0.0.1:PORT"; 0 when the line is another one.
 std::uint16_t port_in(const std::string& line, int camera = 0);
 

@@ -1,12 +1,12 @@
 // The project's own scripts: what they refuse, and that the house rules see what they are to see.
 // The rules are run in a copy of the sources, to which a test adds what they forbid.
 #include "program_runner.h"
+#include "scratch.h"
 
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace
 {
@@ -115,11 +115,6 @@ protected:
         add("tests/some_test.cpp", "// A test.\n");
     }
 
-    void TearDown() override
-    {
-        fs::remove_all(copy_);
-    }
-
     void add(const std::string& file, const std::string& text) const
     {
         std::ofstream(copy_ / file, std::ios::app) << text;
@@ -134,7 +129,8 @@ protected:
         return run.output() + run.errors();
     }
 
-    const fs::path copy_ = fs::path(testing::TempDir()) / ("rules." + std::to_string(getpid()));
+    const tools::scratch folder_;
+    const fs::path copy_ = folder_ / "copy";
 };
 
 TEST_F(HouseRules, FindNothingInTheSourcesAsTheyAre)

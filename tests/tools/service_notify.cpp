@@ -1,6 +1,7 @@
 // What a service manager hears of a recording. The manager is a socket of the test's own; a
 // datagram to it has arrived when it has been sent, so nothing has to be waited for.
 #include "../../tools/zucam/service_notify.h"
+#include "scratch.h"
 
 #include <cstddef>
 #include <cstdlib>
@@ -19,7 +20,7 @@ class ServiceNotify : public testing::Test
 protected:
     void SetUp() override
     {
-        listen_at(testing::TempDir() + "manager." + std::to_string(getpid()));
+        listen_at(folder_ / "manager");
         setenv("WATCHDOG_USEC", "60000000", 1);
         setenv("WATCHDOG_PID", std::to_string(getpid()).c_str(), 1);
     }
@@ -66,6 +67,7 @@ protected:
     const service_notify::clock::time_point begin_ = service_notify::clock::now();
 
 private:
+    const tools::scratch folder_;
     std::string path_;
     int manager_ = -1;
 };

@@ -4,15 +4,12 @@
 
 #include "eventually.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <poll.h>
 #include <pty.h>
 #include <sstream>
@@ -31,6 +28,7 @@ namespace
 // No settings of whoever runs the tests.
 void clean_environment()
 {
+    speak_plainly();
     static const std::string nowhere =
         testing::TempDir() + "no-settings." + std::to_string(getpid());
     (void)setenv("XDG_CONFIG_HOME", nowhere.c_str(), 1);
@@ -90,46 +88,6 @@ zucam::camera_options no_pictures()
     options.numbered_size = 64;
     options.fps = 50;
     return options;
-}
-
-scratch::scratch() : path_(testing::TempDir() + "zucam.XXXXXX")
-{
-    if (mkdtemp(path_.data()) == nullptr) {
-        throw std::runtime_error("no folder " + path_);
-    }
-}
-
-scratch::~scratch()
-{
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-}
-
-std::string scratch::operator/(const std::string& name) const
-{
-    return path_ + "/" + name;
-}
-
-std::string scratch::write(const std::string& name, const std::string& text) const
-{
-    std::ofstream(*this / name) << text;
-    return *this / name;
-}
-
-std::string scratch::read(const std::string& name) const
-{
-    std::ifstream file(*this / name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-std::vector<std::string> scratch::names() const
-{
-    std::vector<std::string> all;
-    for (const fs::directory_entry& each : fs::directory_iterator(path_)) {
-        all.push_back(each.path().filename());
-    }
-    std::sort(all.begin(), all.end());
-    return all;
 }
 
 json probe(const std::string& file)

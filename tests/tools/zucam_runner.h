@@ -3,6 +3,7 @@
 #pragma once
 
 #include "program_runner.h"
+#include "scratch.h"
 #include "virtual_camera/camera.h"
 
 #include <nlohmann/json.hpp>
@@ -31,22 +32,6 @@ std::vector<json> objects_in(const std::string& lines); // one a line; throws wh
 // A camera that costs little: small pictures, or numbered frames.
 zucam::camera_options small_pictures();
 zucam::camera_options no_pictures();
-
-// A folder that is there for one test.
-class scratch
-{
-public:
-    scratch();
-    ~scratch();
-    scratch(const scratch&) = delete;
-    scratch& operator=(const scratch&) = delete;
-    std::string operator/(const std::string& name) const;
-    std::string write(const std::string& name, const std::string& text) const; // its path
-    std::string read(const std::string& name) const;
-    std::vector<std::string> names() const; // of the files in it, sorted
-private:
-    std::string path_;
-};
 
 // What ffprobe says of a file: streams and format, with the frames counted.
 json probe(const std::string& file);
