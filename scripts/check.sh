@@ -126,13 +126,15 @@ under_msan() {
     run_tests msan -R '^(c_abi\.library_from_c|fuzz)\.'
 }
 
-# The thread and memory sanitizers of these compilers can't live with the highest setting of address
-# randomisation, so it is turned off where that is in force and may be changed.
+# The sanitizers of these compilers can't live with the highest setting of address randomisation, so
+# it is turned off for them where that is in force.
 fix_addresses() {
-    if [ "$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0)" -gt 28 ] &&
-        setarch --addr-no-randomize true 2>/dev/null; then
-        test_launcher=(setarch --addr-no-randomize)
-    fi
+    local bits
+    bits=$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0)
+    [ "$bits" -gt 28 ] || return 0
+    setarch --addr-no-randomize true 2>/dev/null ||
+        fail "the sanitizers need sysctl vm.mmap_rnd_bits=28, but it is $bits, and setarch may not help"
+    test_launcher=(setarch --addr-no-randomize)
 }
 
 # ctest's own closing lines, from the output of the step before.
@@ -140,6 +142,7 @@ show_totals() {
     grep -E '^[0-9]+% tests passed|^Total Test time' <<<"$step_output"
 }
 
+fix_addresses # first, as it may end the check
 step 'check: formatting' formatting
 step 'check: shell scripts' shell_scripts
 step 'check: house rules' scripts/house_rules.sh
@@ -159,7 +162,6 @@ step 'check: valgrind over a login, a stream and a logout' scripts/valgrind_roun
 build asan
 step 'check: tests under the address and undefined-behaviour sanitizers' tests_under_asan
 show_totals
-fix_addresses
 build msan "${msan_targets[@]}"
 step 'check: C programs and fuzz inputs under the memory sanitizer' under_msan
 show_totals

@@ -4,6 +4,9 @@
 # What the commands of ./run share: Debian packages, steps with one line of output, building, ctest.
 # Sourced with the repository's root as the working directory and `set -euo pipefail` in force.
 
+# Tests compare what programs say; perl and shells complain of a language that is not installed.
+export LC_ALL=C
+
 # The packages of Debian 12 by what they are for; README.md says what each is good for.
 packages_build=(g++ cmake ninja-build pkg-config)
 packages_camera=(libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libcli11-dev)
@@ -142,6 +145,15 @@ run_tests() {
     shift
     "${test_launcher[@]}" ctest --test-dir "build/$preset" --output-on-failure --no-tests=error --timeout 120 \
         -j "$test_jobs" "$@"
+}
+
+# path_pattern PATH: an extended regular expression for the path and what is below it. Other paths
+# that end or begin alike, such as /usr/src or /src-2 for /src, are left out; an option may stand
+# right in front, as in -I/src.
+path_pattern() {
+    local outside='(^|[^][A-Za-z0-9_./~)}>*-])' path
+    path=$(printf '%s' "$1" | sed 's/[][\.*^$+?(){}|]/\\&/g')
+    printf '%s(-[A-Za-z])?%s(/|[^A-Za-z0-9_-]|$)' "$outside" "$path"
 }
 
 # Says the sources below the given folders, one a line.

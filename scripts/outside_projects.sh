@@ -81,7 +81,7 @@ by_pkg_config zu_client c++ tests/installed/cpp/layer.cpp
 
 # ---- nothing remembers where it was built ----
 
-! grep -IF "$PWD" "$(dirname "$config")"/* "$(dirname "$pc")"/zu_*.pc || {
+! grep -IE -e "$(path_pattern "$PWD")" "$(dirname "$config")"/* "$(dirname "$pc")"/zu_*.pc || {
     echo "the files above know the folder $PWD"
     exit 1
 }

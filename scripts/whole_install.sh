@@ -67,7 +67,7 @@ ldd "$moved/bin/zucam" | grep -F "=> $moved/bin/../lib/libzu_net_dev.so.${versio
 
 # ---- nothing remembers where it was built ----
 
-! grep -rIF -e "$PWD" -e "$(readlink -f "$build_dir")" "$moved" || {
+! grep -rIE -e "$(path_pattern "$PWD")" -e "$(path_pattern "$(readlink -f "$build_dir")")" "$moved" || {
     echo 'the files above know where they were built or first installed'
     exit 1
 }
