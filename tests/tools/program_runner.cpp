@@ -84,7 +84,18 @@ program::program(const std::string& path, const std::vector<std::string>& argume
     (void)posix_spawn_file_actions_init(&actions);
     (void)posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     (void)posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-    const int result = posix_spawn(&pid_, path.c_str(), &actions, nullptr, argv.data(), environ);
+    // A shell that runs the tests in the background has them ignore an interruption.
+    sigset_t usual;
+    (void)sigemptyset(&usual);
+    (void)sigaddset(&usual, SIGINT);
+    (void)sigaddset(&usual, SIGQUIT);
+    posix_spawnattr_t attributes;
+    (void)posix_spawnattr_init(&attributes);
+    (void)posix_spawnattr_setsigdefault(&attributes, &usual);
+    (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    const int result =
+        posix_spawn(&pid_, path.c_str(), &actions, &attributes, argv.data(), environ);
+    (void)posix_spawnattr_destroy(&attributes);
     (void)posix_spawn_file_actions_destroy(&actions);
     (void)close(out[1]);
     (void)close(err[1]);
