@@ -20,18 +20,17 @@ std::string connect_failure(const serving_device& device)
     return "tcp_connect to 127.0.0.1:" + std::to_string(device.port()) + " fail!\n";
 }
 
-// A login that is in the pause before its reconnection, so that faults can be laid out for it.
+// A login before its reconnection, so that faults can be laid out for it.
 class Reconnecting : public watched_login
 {
 protected:
-    Reconnecting()
+    bool comes_up()
     {
-        EXPECT_TRUE(lose_link(*device, *log));
-    }
-    bool comes_up() const
-    {
+        lost.go_on();
         return login->seen.wait_for_event(ZU_NET_DEV_CONNECTED) && login->wait_until_up();
     }
+
+    lost_link lost{*device};
 };
 
 // A fault for the device manager's thread.
@@ -108,6 +107,7 @@ TEST_F(Reconnecting, AConnectionInBetweenStartsTheCountOfRefusalsAfresh)
 TEST_F(Reconnecting, ARealDeviceThatRefusesIsTriedAgainUntilItServes)
 {
     device->refuse();
+    lost.go_on();
     // Two lines: twelve refusals at least.
     EXPECT_TRUE(eventually([&] { return log->count(connect_failure(*device)) >= 2; }));
     device->serve_again();
@@ -119,6 +119,7 @@ TEST_F(Reconnecting, ARealDeviceThatRefusesIsTriedAgainUntilItServes)
 TEST_F(Reconnecting, TheSocketFieldIsMinusOneAfterARefusal)
 {
     const manager_fault refusals("connect", ECONNREFUSED, 1, for_ever);
+    lost.go_on();
     EXPECT_TRUE(log->wait_for(connect_failure(*device)));
     const held_user user(login->handle());
     EXPECT_EQ(user->ext_sock, -1);
@@ -205,6 +206,7 @@ TEST_F(Reconnecting, TheNumberOfAClosedLoopbackSocketIsToldByLogoutButNotClosedO
     int pipe_ends[2] = {};
     ASSERT_EQ(pipe(pipe_ends), 0);
     const manager_fault nameless("getsockname", ENOBUFS, 1, for_ever);
+    lost.go_on();
     ASSERT_TRUE(log->wait_for(build_failed));
     // From now on no connection is made, so that the number stays what it is.
     const manager_fault refusals("connect", ECONNREFUSED, 1, for_ever);

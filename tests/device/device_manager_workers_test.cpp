@@ -88,9 +88,10 @@ TEST_F(Workers, AreLookedAtTenTimesWithHalfASecondInBetween)
 TEST_F(Workers, WhoseLinkIsLostBeforeTheyReportCostTheConnectionAtOnce)
 {
     late_sender_hold late_sender;
-    ASSERT_TRUE(lose_link(*device, *log));
+    lost_link lost(*device);
     device->behave(closes_at_once());
     log->forget();
+    lost.go_on();
     ASSERT_TRUE(eventually([&] { return count_of("tcp_connect to ") == 2; }));
     const story whole = {trace("tcp_connect to 127.0.0.1:* ok, ext_sock: *\n"),
                          trace("pthread_create msgrecver:0x* ok\n"),
@@ -183,10 +184,11 @@ TEST_F(Workers, OfOneLoginAreOneSenderAndOneReceiverAlsoAfterAReconnection)
 
 TEST_F(Workers, OfWhichTheReceiverCannotBeCreatedEndTheDeviceManagerWithMinusOne)
 {
-    ASSERT_TRUE(lose_link(*device, *log));
+    lost_link lost(*device);
     log->forget();
     fault f("pthread_create", EAGAIN);
     f.on_thread(manager_name);
+    lost.go_on();
     const held_user user(login->handle());
     EXPECT_EQ(join_manager(user.get()), reinterpret_cast<void*>(-1));
     EXPECT_TRUE(told_by(*log, manager_name, 2,
@@ -200,10 +202,11 @@ TEST_F(Workers, OfWhichTheReceiverCannotBeCreatedEndTheDeviceManagerWithMinusOne
 
 TEST_F(Workers, OfWhichTheSenderCannotBeCreatedLeaveTheReceiverRunning)
 {
-    ASSERT_TRUE(lose_link(*device, *log));
+    lost_link lost(*device);
     log->forget();
     fault f("pthread_create", EAGAIN, 2);
     f.on_thread(manager_name);
+    lost.go_on();
     const held_user user(login->handle());
     EXPECT_EQ(join_manager(user.get()), reinterpret_cast<void*>(-1));
     EXPECT_TRUE(told_by(*log, manager_name, 2,

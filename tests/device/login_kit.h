@@ -158,12 +158,24 @@ inline void drop(serving_device& device)
     device.drop_links();
 }
 
-// The same; true once the device manager has begun its three-second pause. Level 1 or 2.
-inline bool lose_link(serving_device& device, const log_tap& log)
+// The same. The device manager then stands before its three-second pause until go_on, so that all
+// that a test lays out for the reconnection is there in time. Level 1 or 2.
+class lost_link
 {
-    drop(device);
-    return log.wait_for(pause_line);
-}
+public:
+    explicit lost_link(serving_device& device)
+    {
+        drop(device);
+        EXPECT_TRUE(manager.reached());
+    }
+    void go_on()
+    {
+        manager.let_go();
+    }
+
+private:
+    log_hold manager{manager_name, pause_line};
+};
 
 // No thread of a login is left, but `receivers` that bear the receiver's name: event handlers that
 // it has started. A joined thread stays in the system's list for a moment.

@@ -37,6 +37,15 @@ protected:
     {
         return ZU_NET_DEV_Logout(handle);
     }
+    // The pause ends with the login's end in view, however long a busy machine takes to get there.
+    ZU_S32 log_out_in_the_pause(lost_link& lost) const
+    {
+        const held_user user(handle);
+        running_call logout([&] { return log_out(); });
+        EXPECT_TRUE(eventually([&] { return user->devmanager_run == 0; }));
+        lost.go_on();
+        return logout.result();
+    }
 
     const inventory before;
     std::unique_ptr<library> lib;
@@ -104,11 +113,12 @@ TEST_F(LogoutState, WhileTheLinkIsUp)
 
 TEST_F(LogoutState, WhileAConnectHangs)
 {
-    ASSERT_TRUE(lose_link(*device, *log));
+    lost_link lost(*device);
     const unsigned short port = device->port();
     device->refuse();
     const hanging_device hanging(port);
     const before_call connects("connect");
+    lost.go_on();
     ASSERT_TRUE(eventually([&] { return connects.count() > 0; }));
     EXPECT_EQ(log_out(), 0);
 }
@@ -116,8 +126,9 @@ TEST_F(LogoutState, WhileAConnectHangs)
 TEST_F(LogoutState, WhileTheDeviceRefusesToConnect)
 {
     const before_call sockets("socket");
-    ASSERT_TRUE(lose_link(*device, *log));
+    lost_link lost(*device);
     device->refuse();
+    lost.go_on();
     ASSERT_TRUE(eventually([&] { return sockets.count() > 20; }));
     EXPECT_EQ(used_word(handle), -1);
     EXPECT_EQ(log_out(), 0);
@@ -176,9 +187,10 @@ TEST_F(LogoutState, WhileAConnectionIsBeingMadeEndsItThoughLogoutHasNotSeenIt)
 {
     // Logout looks at the sockets first: there are none yet. Then the connection is made.
     log_hold logging_out(logout_name, closing_lines);
-    ASSERT_TRUE(lose_link(*device, *log));
+    lost_link lost(*device);
     running_call logout([&] { return log_out(); });
     ASSERT_TRUE(logging_out.reached());
+    lost.go_on();
     ASSERT_TRUE(eventually([&] { return used_word(handle) == ZU_SDK_USER_USED; }));
     EXPECT_TRUE(has_link(*device));
     logging_out.let_go();
@@ -206,18 +218,17 @@ TEST_F(LogoutState, InTheTeardown)
 
 TEST_F(LogoutState, InTheThreeSecondPauseNeverConnectsAgain)
 {
-    ASSERT_TRUE(lose_link(*device, *log));
+    lost_link lost(*device);
     const before_call sockets("socket");
-    EXPECT_EQ(log_out(), 0);
+    EXPECT_EQ(log_out_in_the_pause(lost), 0);
     EXPECT_EQ(sockets.count(), 0);
-    EXPECT_EQ(device->connections_made(), 1);
 }
 
 TEST_F(LogoutState, InTheThreeSecondPauseHasNoSocketsToTellOf)
 {
-    ASSERT_TRUE(lose_link(*device, *log));
+    lost_link lost(*device);
     EXPECT_EQ(used_word(handle), -1);
-    EXPECT_EQ(log_out(), 0);
+    EXPECT_EQ(log_out_in_the_pause(lost), 0);
     const story whole = {
         trace("enter ZU_NET_DEV_Logout\n"),          trace("####### exit devmanager()\n"),
         trace("####### exit devmanager() finish\n"), trace("####### exit msgsender()\n"),
@@ -243,9 +254,10 @@ TEST_F(LogoutState, InTheRestartOfAStreamThatIsNeverAnswered)
 
 TEST_F(LogoutState, AfterTheDeviceManagerHasGivenUpForWantOfAWorker)
 {
-    ASSERT_TRUE(lose_link(*device, *log));
+    lost_link lost(*device);
     fault f("pthread_create", EAGAIN, 2);
     f.on_thread(manager_name);
+    lost.go_on();
     ASSERT_TRUE(log->wait_for("pthread_create msgsender fail!\n"));
     ASSERT_TRUE(eventually([] { return threads_named(manager_name) == 0; }));
     EXPECT_TRUE(has_link(*device));
