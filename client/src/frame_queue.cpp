@@ -77,7 +77,7 @@ FrameQueue::Verdict FrameQueue::judge(const FrameView& view, Outcome& outcome)
         return Verdict::drop;
     }
     if (options.when_full == WhenFull::newest_only && !has_room()) {
-        make_room_for_newest(outcome);
+        make_room_for_newest(view, outcome);
         return Verdict::keep;
     }
     return waiting == Waiting::for_nothing ? judge_by_room(view, outcome)
@@ -115,7 +115,7 @@ FrameQueue::Verdict FrameQueue::judge_while_waiting(const FrameView& view, Outco
 // There is no room for a frame: without it no decoder goes on before the next key frame.
 void FrameQueue::lose(const FrameView& view, Outcome& outcome)
 {
-    outcome.run_begins = !in_run;
+    outcome.run_begins = outcome.run_begins || !in_run;
     in_run = true;
     if (view.kind == FrameKind::video || prepares(view)) {
         waiting = Waiting::for_key_after_overflow;
@@ -133,13 +133,13 @@ FrameQueue::Verdict FrameQueue::overflow(const FrameView& view, Outcome& outcome
     return Verdict::drop;
 }
 
-void FrameQueue::make_room_for_newest(Outcome& outcome)
+void FrameQueue::make_room_for_newest(const FrameView& view, Outcome& outcome)
 {
     outcome.run_begins = !in_run;
     in_run = true;
-    outcome.needs_key = std::any_of(frames.begin(), frames.end(), [](const Frame& frame) {
-        return frame.kind == FrameKind::video;
-    });
+    const auto is_video = [](const Frame& frame) { return frame.kind == FrameKind::video; };
+    outcome.needs_key =
+        !can_begin_with(view) && std::any_of(frames.begin(), frames.end(), is_video);
     std::deque<Frame> all;
     all.swap(frames);
     for (Frame& frame : all) {

@@ -55,7 +55,7 @@ private:
     Verdict judge_by_room(const FrameView& view, Outcome& outcome);
     void lose(const FrameView& view, Outcome& outcome);
     Verdict overflow(const FrameView& view, Outcome& outcome);
-    void make_room_for_newest(Outcome& outcome);
+    void make_room_for_newest(const FrameView& view, Outcome& outcome);
     void insert(Frame frame);
     void set_aside_latest(Frame frame, std::uint64_t& replaced);
     bool has_room() const;

@@ -254,6 +254,15 @@ TEST_F(Queue, GivesUpAllForTheNewest)
     EXPECT_EQ(stats().dropped_superseded, 3U);
 }
 
+TEST_F(Queue, NeedsNoKeyFrameWhenTheNewestIsOne)
+{
+    make(1, WhenFull::newest_only);
+    put_delta();
+    const auto newest = put_key();
+    EXPECT_TRUE(newest.kept && newest.run_begins);
+    EXPECT_FALSE(newest.needs_key);
+}
+
 TEST_F(Queue, TellsARunOfSupersededFramesOnce)
 {
     make(1, WhenFull::newest_only);
