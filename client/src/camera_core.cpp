@@ -94,7 +94,8 @@ CameraCore::CameraCore(std::shared_ptr<LibraryCore> its_library, const CameraAdd
                        CameraOptions its_options)
     : options(std::move(its_options)), frames_go_to_handler(options.on_frame),
       library(std::move(its_library)), secret(address.password),
-      watch(bounded(options.stalled_after), bounded(options.peer_silent_after)),
+      watch(bounded(options.stalled_after), bounded(options.peer_silent_after),
+            static_cast<bool>(options.on_event)),
       queue(options.queue), desk(options.requests_at_once)
 {
 }
@@ -127,7 +128,9 @@ std::error_code CameraCore::begin(const CameraAddress& address)
 }
 
 // Who waits is sent away first: a receiver thread that waits for room in the queue could not read
-// the answer to a stop. No call that names the handle begins once the gate is closed.
+// the answer to a stop. The stop comes before the wait for a handler, which may take its time: with
+// the camera's own thread the movement's timer has gone. No call that names the handle begins once
+// the gate is closed.
 void CameraCore::end()
 {
     if (in_handler()) {
@@ -138,12 +141,13 @@ void CameraCore::end()
     queue.end();
     desk.refuse();
     watch.end();
-    for (std::thread* const thread : {&own_thread, &event_thread}) {
-        if (thread->joinable()) {
-            thread->join();
-        }
+    if (own_thread.joinable()) {
+        own_thread.join();
     }
     stop_last_movement();
+    if (event_thread.joinable()) {
+        event_thread.join();
+    }
     desk.close();
     gate.close();
     ZU_NET_DEV_Logout(handle);
@@ -303,12 +307,12 @@ void CameraCore::tell_events()
 void CameraCore::hand_in_chores()
 {
     while (watch.link().state == LinkState::up && !ending) {
-        const auto chore = upkeep.take_due(Clock::now());
-        if (!chore) {
+        const auto due = upkeep.take_due(Clock::now());
+        if (!due) {
             return;
         }
-        if (!desk.post([this, what = *chore] { return do_chore(what); })) {
-            upkeep.is_over(*chore, false);
+        if (!desk.post([this, what = *due] { return do_chore(what); })) {
+            upkeep.is_over(*due, false);
         }
     }
 }

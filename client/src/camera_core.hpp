@@ -81,6 +81,8 @@ private:
         std::function<bool()> before;               // false: not to be made after all; may be empty
         std::function<void(std::error_code)> after; // may be empty
         bool in_turn = false;                       // starts and stops of the stream
+        Clock::time_point until = Clock::time_point::max(); // not begun later
+        bool last = false;                                  // made at the end all the same
     };
 
     std::error_code begin(const CameraAddress& address);
@@ -91,9 +93,8 @@ private:
     void supervise();
     void tell_events();
     void hand_in_chores();
-    void hand_in(Chore chore);
-    std::error_code do_chore(Chore chore);
-    Request chore_request(Chore chore);
+    std::error_code do_chore(const Due& due);
+    Request chore_request(const Due& due);
     void stop_last_movement();
 
     void hand_to_program(const FrameView& view);

@@ -72,6 +72,7 @@ bool is_stream_type(std::uint8_t type)
 std::error_code CameraCore::request(Request request, Deadline deadline)
 {
     const auto until = later(Clock::now(), deadline.value_or(options.deadline));
+    request.until = until;
     if (ending) {
         return Errc::closed;
     }
@@ -89,7 +90,8 @@ std::error_code CameraCore::request(Request request, Deadline deadline)
     return desk.run([this, what = std::move(request)] { return make(what); }, until);
 }
 
-// On a thread of the desk.
+// On a thread of the desk. A start or stop may have waited for its turn, while its deadline passed
+// or the end came.
 std::error_code CameraCore::make(const Request& request)
 {
     const CallGate::Pass pass(gate);
@@ -100,8 +102,14 @@ std::error_code CameraCore::make(const Request& request)
     if (request.in_turn) {
         turn.lock();
     }
+    if (Clock::now() >= request.until) {
+        return Errc::timed_out;
+    }
     if (!look_at_link()) {
         return Errc::link_down;
+    }
+    if (ending && !request.last) {
+        return Errc::closed;
     }
     if (request.before && !request.before()) {
         return RequestDesk::cancelled();
@@ -245,9 +253,9 @@ std::error_code CameraCore::move(std::uint32_t command, std::uint32_t speed,
     std::shared_ptr<void> handed_in(nullptr, [this](void*) { upkeep.move_is_gone(); });
     Request it;
     it.before = [this, at_most] {
-        upkeep.move_begins(later(Clock::now(), at_most));
+        const bool may_begin = upkeep.move_begins(later(Clock::now(), at_most));
         watch.poke();
-        return true;
+        return may_begin;
     };
     it.call = [command, speed, until_gone = std::move(handed_in)](ZU_U32 which) {
         return ZU_NET_DEV_PTZ_Ctrl_Standard(which, command, speed);
@@ -286,20 +294,22 @@ std::error_code CameraCore::stop_moving(Deadline deadline)
 void CameraCore::stop_last_movement()
 {
     const auto until = later(Clock::now(), options.deadline);
-    upkeep.wait_for_moves(until);
+    upkeep.end_moves(until);
     if (upkeep.is_moving() && look_at_link()) {
-        desk.run_last([this, what = stop_request()] { return make(what); }, until);
+        Request it = stop_request();
+        it.last = true;
+        desk.run_last([this, what = std::move(it)] { return make(what); }, until);
     }
 }
 
 // ---- what the layer asks for by itself ---------------------------------------------------------
 
 // On a thread of the desk.
-std::error_code CameraCore::do_chore(Chore chore)
+std::error_code CameraCore::do_chore(const Due& due)
 {
-    const std::error_code outcome = make(chore_request(chore));
-    const bool done = upkeep.is_over(chore, !outcome);
-    if (chore == Chore::stop_moving && done) {
+    const std::error_code outcome = make(chore_request(due));
+    const bool done = upkeep.is_over(due, !outcome);
+    if (due.chore == Chore::stop_moving && done) {
         watch.tell(EventKind::movement_stopped);
     }
     watch.poke();
@@ -307,10 +317,10 @@ std::error_code CameraCore::do_chore(Chore chore)
 }
 
 // The call that a chore is made by, if it is still wanted when its turn has come.
-CameraCore::Request CameraCore::chore_request(Chore chore)
+CameraCore::Request CameraCore::chore_request(const Due& due)
 {
     Request it;
-    switch (chore) {
+    switch (due.chore) {
     case Chore::stop_stream:
         it = stop_stream_request();
         break;
@@ -322,11 +332,11 @@ CameraCore::Request CameraCore::chore_request(Chore chore)
         it = key_frame_request();
         break;
     }
-    it.before = [this, chore] {
-        if (!upkeep.begins(chore, Clock::now())) {
+    it.before = [this, due] {
+        if (!upkeep.begins(due, Clock::now())) {
             return false;
         }
-        if (chore == Chore::key_frame) {
+        if (due.chore == Chore::key_frame) {
             ++key_frames_asked_for;
             watch.tell(EventKind::key_frame_asked_for);
         }

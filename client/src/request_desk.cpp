@@ -90,7 +90,6 @@ void RequestDesk::give_up(const std::shared_ptr<Ticket>& ticket, std::error_code
 {
     ticket->abandoned = true;
     ticket->outcome = why;
-    counted.requests_timed_out += why == Errc::timed_out ? 1 : 0;
     settle(why);
     ticket->ended.notify_all();
     if (ticket->for_caller && ticket->stage == Stage::waiting) {
@@ -246,6 +245,7 @@ void RequestDesk::close()
 
 void RequestDesk::settle(std::error_code outcome)
 {
+    counted.requests_timed_out += outcome == Errc::timed_out ? 1 : 0;
     if (outcome == cancelled()) {
         --counted.requests;
     } else if (!outcome) {

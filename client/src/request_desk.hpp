@@ -7,7 +7,7 @@
 // What the layer asks for by itself, and the last request of all, need not wait for callers: of
 // callers' calls no more than a number are made at once, of the layer's own as many as there are,
 // so that a device which leaves four questions open is told to stop moving all the same. There is
-// one of each kind at most.
+// one of each kind at most, but a stop for each second in which none is answered.
 //
 // run and post come from any thread. The threads are made when first needed and stay until close.
 // One lock guards everything and is not held while a call is made.

@@ -73,13 +73,13 @@ bool Upkeep::stream_is_wanted() const
 void Upkeep::link_is_lost()
 {
     const lock held(guard);
-    stream_comes_back = stream_ever_began && !stream_wanted;
+    stream_comes_back = stream_ever_began;
 }
 
 bool Upkeep::frame_came()
 {
     const lock held(guard);
-    if (!stream_comes_back || errand(Chore::stop_stream).is_wanted()) {
+    if (stream_wanted || !stream_comes_back || errand(Chore::stop_stream).is_wanted()) {
         return false;
     }
     errand(Chore::stop_stream).want(Clock::now());
@@ -101,18 +101,23 @@ void Upkeep::move_is_gone()
     moves_are_gone.notify_all();
 }
 
-void Upkeep::wait_for_moves(Clock::time_point until)
+void Upkeep::end_moves(Clock::time_point until)
 {
     std::unique_lock<std::mutex> held(guard);
     moves_are_gone.wait_until(held, until, [this] { return moves_handed_in == 0; });
+    moves_ended = true;
 }
 
-void Upkeep::move_begins(Clock::time_point stop_at)
+bool Upkeep::move_begins(Clock::time_point stop_at)
 {
     const lock held(guard);
+    if (moves_ended) {
+        return false;
+    }
     ++movement;
     ++moves_under_way;
     errand(Chore::stop_moving).want_at(stop_at);
+    return true;
 }
 
 void Upkeep::move_is_over()
@@ -162,46 +167,46 @@ Clock::time_point Upkeep::next() const
     return soonest;
 }
 
-std::optional<Chore> Upkeep::take_due(Clock::time_point now)
+// A stop does not wait for the answer to the one before, which may never come, nor keep the next
+// movement's waiting.
+std::optional<Due> Upkeep::take_due(Clock::time_point now)
 {
     const lock held(guard);
-    for (const Chore chore : {Chore::stop_moving, Chore::stop_stream, Chore::key_frame}) {
+    if (now >= errand(Chore::stop_moving).next()) {
+        errand(Chore::stop_moving).begin(now);
+        return Due{Chore::stop_moving, movement};
+    }
+    for (const Chore chore : {Chore::stop_stream, Chore::key_frame}) {
         if (now >= errand(chore).next()) {
             errand(chore).hand_in(now);
-            stop_is_for = chore == Chore::stop_moving ? movement : stop_is_for;
-            return chore;
+            return Due{chore};
         }
     }
     return {};
 }
 
-bool Upkeep::begins(Chore chore, Clock::time_point now)
+bool Upkeep::begins(const Due& due, Clock::time_point now)
 {
     const lock held(guard);
-    if (!errand(chore).is_wanted() || (chore == Chore::stop_moving && stop_is_for != movement)) {
+    Errand& its = errand(due.chore);
+    if (!its.is_wanted() || (due.chore == Chore::stop_moving && due.movement != movement)) {
         return false;
     }
-    errand(chore).begin(now);
+    its.begin(now);
     return true;
 }
 
-bool Upkeep::is_over(Chore chore, bool taken)
+bool Upkeep::is_over(const Due& due, bool taken)
 {
     const lock held(guard);
-    errand(chore).over();
-    switch (chore) {
-    case Chore::key_frame:
-        return taken; // wanted until one has come
-    case Chore::stop_moving:
-        return taken && end_movement(stop_is_for);
-    case Chore::stop_stream:
-        break;
+    if (due.chore == Chore::stop_moving) {
+        return taken && end_movement(due.movement);
     }
-    if (taken) {
-        stream_comes_back = false;
-        errand(chore).want_no_more();
+    errand(due.chore).over();
+    if (due.chore == Chore::stop_stream && taken) {
+        errand(due.chore).want_no_more();
     }
-    return taken;
+    return taken; // a key frame is wanted until one has come
 }
 
 } // namespace zu::detail

@@ -19,7 +19,12 @@ namespace zu::detail
 
 enum class Chore { key_frame, stop_moving, stop_stream };
 
-// One thing that is asked for until it has been had: one request at a time, once a second at most.
+struct Due {
+    Chore chore;
+    std::uint64_t movement = 0; // that a stop is for
+};
+
+// One thing that is asked for until it has been had, once a second at most.
 class Errand
 {
 public:
@@ -45,6 +50,7 @@ public:
     {
         return wanted && !under_way ? due : never;
     }
+    // The next one waits for this to be over.
     void hand_in(Clock::time_point now)
     {
         under_way = true;
@@ -79,8 +85,9 @@ public:
     // only when all of them were refused and none was there before. Whether that is so.
     void stream_begins();
     bool start_is_over(bool refused);
-    // The C library starts at each reconnection what was ever started. What has been stopped since
-    // is stopped anew, once it is seen to flow.
+    // The C library starts at each reconnection what was ever started, several times when a device
+    // is slow to answer. What is stopped before or meanwhile is stopped anew whenever it is seen to
+    // flow.
     void stream_ends();
     bool stream_is_wanted() const;
     void link_is_lost();
@@ -92,8 +99,8 @@ public:
     // made any more, and in between from begin to end of the call.
     void move_is_handed_in();
     void move_is_gone();
-    void wait_for_moves(Clock::time_point until); // until all are gone
-    void move_begins(Clock::time_point stop_at);
+    void end_moves(Clock::time_point until); // waits until all are gone; then none begins
+    bool move_begins(Clock::time_point stop_at);
     void move_is_over();
     bool is_moving() const;
     // Which movement a stop that begins now is for, and that the device has taken it: whether that
@@ -105,11 +112,11 @@ public:
 
     Clock::time_point next() const;
     // The next chore that is due, which counts as handed in from here on.
-    std::optional<Chore> take_due(Clock::time_point now);
+    std::optional<Due> take_due(Clock::time_point now);
     // Right before its call: whether it is still wanted.
-    bool begins(Chore chore, Clock::time_point now);
+    bool begins(const Due& due, Clock::time_point now);
     // Its call is over or was never made. Whether it has done what it was for.
-    bool is_over(Chore chore, bool taken);
+    bool is_over(const Due& due, bool taken);
 
 private:
     Errand& errand(Chore chore);
@@ -122,9 +129,9 @@ private:
     bool stream_ever_began = false;
     bool stream_accepted = false; // a start since the last end was not refused
     int starts_under_way = 0;
-    bool stream_comes_back = false; // though it was stopped
+    bool stream_comes_back = false; // the C library has started it since, or does so yet
     std::uint64_t movement = 0;
-    std::uint64_t stop_is_for = 0; // the movement that the chore was handed in for
+    bool moves_ended = false;
     int moves_handed_in = 0;
     int moves_under_way = 0;
     std::condition_variable moves_are_gone;

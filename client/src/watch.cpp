@@ -26,8 +26,10 @@ constexpr std::chrono::seconds between_drops{1};
 
 } // namespace
 
-Watch::Watch(Clock::duration stalled_after, Clock::duration peer_silent_after)
-    : silent_after(peer_silent_after), media_watch(stalled_after), login_time(Clock::now())
+Watch::Watch(Clock::duration stalled_after, Clock::duration peer_silent_after,
+             bool events_are_taken)
+    : silent_after(peer_silent_after), keeps_events(events_are_taken), media_watch(stalled_after),
+      login_time(Clock::now())
 {
 }
 
@@ -38,6 +40,9 @@ void Watch::push(EventKind kind, Clock::time_point now) const
 {
     poked = true; // the next change may be due at another time
     woken.notify_all();
+    if (!keeps_events) {
+        return;
+    }
     if (events.size() < events_before_some_go || !comes_without_end(kind)) {
         told_until = std::max(told_until, now);
         events.push_back({kind, told_until});

@@ -20,7 +20,9 @@ namespace zu::detail
 class Watch
 {
 public:
-    Watch(Clock::duration stalled_after, Clock::duration peer_silent_after);
+    // Events are kept for those who take them only when somebody does.
+    Watch(Clock::duration stalled_after, Clock::duration peer_silent_after,
+          bool events_are_taken = true);
 
     // ---- what happens ----
 
@@ -59,6 +61,7 @@ private:
     Clock::time_point due() const;
 
     const Clock::duration silent_after;
+    const bool keeps_events;
 
     mutable std::mutex guard;
     // Readers let time pass too, hence mutable.

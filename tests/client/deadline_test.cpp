@@ -145,6 +145,17 @@ TEST_F(Deadline, KeepsARequestThatHasNotBegunFromBeginning)
     EXPECT_EQ(asked(preset_message), 0U);
 }
 
+TEST_F(Deadline, KeepsAStartWhoseTurnComesLaterFromBeginning)
+{
+    auto& its = log_in_to_mute_device();
+    let_time_out(start_message, [&] { return its.start_stream({}, milliseconds(50)); });
+    EXPECT_EQ(its.start_stream({}, milliseconds(50)), Errc::timed_out) << "the first is under way";
+    still.reset();
+    device->behave({});
+    EXPECT_EQ(its.stop_stream(long_enough), std::error_code()) << "the third in turn";
+    EXPECT_EQ(asked(start_message), 1U);
+}
+
 TEST_F(Deadline, ThatHasPassedKeepsARequestFromBeginning)
 {
     auto& its = log_in();

@@ -52,6 +52,26 @@ TEST_F(End, SendsWaitingCallersAway)
     EXPECT_EQ(asked(move_message), 4U) << "what had not begun never began";
 }
 
+TEST_F(End, KeepsStartsThatWaitForTheirTurnFromBeginning)
+{
+    std::optional<stopped_clock> still(std::in_place);
+    device->behave(mute());
+    Camera& its = log_in();
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 3; i++) {
+        callers.emplace_back([&] { EXPECT_EQ(its.start_stream({}, long_enough), Errc::closed); });
+    }
+    EXPECT_TRUE(eventually([&] { return its.stats().requests == 3; })) << "all have handed in";
+    EXPECT_TRUE(eventually([this] { return asked(start_message) == 1; }));
+    end();
+    for (auto& caller : callers) {
+        caller.join();
+    }
+    still.reset();
+    EXPECT_TRUE(eventually([this] { return ended.load(); })) << "the library has given one up";
+    EXPECT_EQ(asked(start_message), 1U);
+}
+
 TEST_F(End, WaitsForRequestsThatNobodyWaitsForAnyMore)
 {
     std::optional<stopped_clock> still(std::in_place);

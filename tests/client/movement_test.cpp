@@ -37,6 +37,18 @@ protected:
             events.forget();
         }
     }
+    // A camera whose event handler is called and does not return before go_on.
+    zu::Camera& log_in_with_hanging_handler()
+    {
+        zu::CameraOptions options;
+        options.on_event = [this](const zu::Event&) {
+            inside = true;
+            eventually([this] { return go_on.load(); });
+        };
+        zu::Camera& its = log_in_to_mover(std::move(options));
+        EXPECT_TRUE(eventually([this] { return inside.load(); }));
+        return its;
+    }
     // A move that the device never answers, so that its call is under way until the library gives
     // it up; stops are answered.
     void move_without_an_answer(milliseconds at_most)
@@ -86,6 +98,8 @@ protected:
     }
 
     std::thread hanging;
+    std::atomic<bool> inside{false}; // an event handler
+    std::atomic<bool> go_on{false};
 };
 
 using testing::ElementsAre;
@@ -133,15 +147,7 @@ TEST_F(Movement, StopsThoughAllOtherRequestsHang)
 // The program hangs, and this is what the timer is for.
 TEST_F(Movement, StopsThoughAnEventHandlerHangs)
 {
-    std::atomic<bool> inside{false};
-    std::atomic<bool> go_on{false};
-    zu::CameraOptions options;
-    options.on_event = [&](const zu::Event&) {
-        inside = true;
-        eventually([&] { return go_on.load(); });
-    };
-    zu::Camera& its = log_in_to_mover(std::move(options));
-    EXPECT_TRUE(eventually([&] { return inside.load(); }));
+    zu::Camera& its = log_in_with_hanging_handler();
     EXPECT_EQ(its.move(left, 5, milliseconds(100)), std::error_code());
     EXPECT_TRUE(eventually([this] { return halts() >= 1; }));
     go_on = true;
@@ -239,6 +245,16 @@ TEST_F(Movement, EndsWithTheCamera)
     EXPECT_EQ(its.move(left, 5, std::chrono::hours(1)), std::error_code());
     camera.reset();
     EXPECT_TRUE(eventually([this] { return halts() == 1; }));
+}
+
+TEST_F(Movement, EndsWithACameraWhoseEventHandlerHangs)
+{
+    zu::Camera& its = log_in_with_hanging_handler();
+    EXPECT_EQ(its.move(left, 5, std::chrono::hours(1)), std::error_code());
+    std::thread end([this] { camera.reset(); });
+    EXPECT_TRUE(eventually([this] { return halts() == 1; }));
+    go_on = true;
+    end.join();
 }
 
 TEST_F(Movement, EndsWithACameraWhoseOtherRequestsHang)

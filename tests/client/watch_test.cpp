@@ -49,6 +49,19 @@ TEST_F(Book, ForgetsWhatComesWithoutEndWhenNobodyTakesIt)
     EXPECT_EQ(stats.heartbeats, 3000U);
 }
 
+TEST_F(Book, KeepsNoEventsThatAreNotTaken)
+{
+    Watch unheard(std::chrono::hours(1), std::chrono::hours(1), false);
+    unheard.logged_in();
+    for (int i = 0; i < 3000; i++) {
+        EXPECT_TRUE(unheard.link_is(i % 2 == 1));
+    }
+    EXPECT_TRUE(unheard.take_events().empty());
+    zu::Stats stats;
+    unheard.count(stats);
+    EXPECT_EQ(stats.reconnections, 1500U);
+}
+
 TEST_F(Book, TellsDropsOnceASecond)
 {
     const auto begin = zu::Clock::now();

@@ -103,8 +103,8 @@ public:
     // The same without an exception.
     static Result<Camera> log_in(const CameraAddress& address, CameraOptions options = {});
 
-    // Ends the queue; waits for the event handler; stops a movement that is under way, and waits
-    // for the answer within the deadline of the options; waits for requests that are still under
+    // Ends the queue; stops a movement that is under way, and waits for the answer within the
+    // deadline of the options; waits for the event handler and for requests that are still under
     // way, some four seconds at most with a silent device; logs out, which takes what
     // ZU_NET_DEV_Logout takes: mostly some hundredths of a second, three seconds in the pause
     // before a reconnection, up to some 23 when a device has come back and then leaves the restart
