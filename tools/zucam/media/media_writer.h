@@ -6,6 +6,7 @@
 
 #include "media/access_units.h"
 #include "media/output_file.h"
+#include "media/sound_times.h"
 
 #include <memory>
 #include <string>
@@ -13,8 +14,6 @@
 
 namespace tool
 {
-
-constexpr int ticks_per_second = 90000;
 
 enum class sound { none, alaw, ulaw };
 

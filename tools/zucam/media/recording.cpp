@@ -3,7 +3,6 @@
 
 #include "shared/exit_codes.h"
 
-#include <cstdlib>
 #include <ctime>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -13,9 +12,6 @@ namespace tool
 
 namespace
 {
-
-constexpr std::int64_t ticks_per_sample = ticks_per_second / 8000;
-constexpr std::int64_t patience_with_sound = ticks_per_second / 5;
 
 sound sound_of(const zu::StreamDescription& description)
 {
@@ -121,7 +117,7 @@ void recording::begin_with(const zu::Frame& key_frame)
     writer_ = make_writer(*options_.format, next, *out_);
     began_ = files_ == 0 ? key_frame.arrived : began_;
     file_began_ = key_frame.arrived;
-    audio_due_ = 0;
+    sound_times_ = {};
     ++files_;
     present_ = recorded{name, next, 0, 0, 0, {}};
     total_.format = next;
@@ -213,8 +209,6 @@ void recording::count(const zu::Frame& frame)
 
 // ---- sound ----
 
-// Blocks of sound arrive unevenly and are heard evenly: a block begins where the one before ended,
-// unless that would be too far from its arrival.
 void recording::take_audio(const zu::Frame& frame)
 {
     const sound taken = present_.format.audio;
@@ -222,10 +216,7 @@ void recording::take_audio(const zu::Frame& frame)
         return;
     }
     const std::int64_t arrived = ticks_since_begin(frame.arrived);
-    const bool in_step = std::abs(arrived - audio_due_) < patience_with_sound;
-    const std::int64_t time = in_step || arrived < audio_due_ ? audio_due_ : arrived;
-    writer_->audio(frame.bytes, time);
-    audio_due_ = time + static_cast<std::int64_t>(frame.bytes.size()) * ticks_per_sample;
+    writer_->audio(frame.bytes, sound_times_.take(frame.bytes.size(), arrived));
 }
 
 // ---- the end ----

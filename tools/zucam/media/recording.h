@@ -77,7 +77,7 @@ private:
     std::unique_ptr<media_writer> writer_; // of the present file
     zu::Clock::time_point file_began_;
     zu::Clock::time_point began_;
-    std::int64_t audio_due_ = 0; // when the sound so far has been heard
+    sound_times sound_times_; // of the present file
     unsigned files_ = 0;
     recorded present_;
     recorded total_;
