@@ -106,16 +106,17 @@ void recording::begin_with(const zu::Frame& key_frame)
     if (writer_ && (!video || (still_fits(next) && !is_time_for_next(key_frame)))) {
         return;
     }
-    if (writer_ && options_.out == "-") {
+    const bool is_first = files_ == 0;
+    end_file(); // whatever comes next, what it holds is whole
+    if (!is_first && options_.out == "-") {
         throw failure(exit_code::output, "the video has changed, and standard output takes one "
                                          "recording only; give the name of a file");
     }
     check_fits(*options_.format, next);
-    end_file();
     const std::string name = next_name();
     out_.emplace(name, options_.replace, signals_);
     writer_ = make_writer(*options_.format, next, *out_);
-    began_ = files_ == 0 ? key_frame.arrived : began_;
+    began_ = is_first ? key_frame.arrived : began_;
     file_began_ = key_frame.arrived;
     sound_times_ = {};
     ++files_;
