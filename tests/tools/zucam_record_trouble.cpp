@@ -65,4 +65,21 @@ TEST_F(ZucamRecordChange, StandardOutputGetsTheEndOfItsRecording)
     EXPECT_EQ(tools::complaints(file), "");
 }
 
+// ---- no answer ----
+
+// One that never comes keeps neither frames nor the end waiting.
+TEST(ZucamRecordUnanswered, SegmentsGoOnWithTheKeyFramesThatCome)
+{
+    zucam::camera_options options = tools::small_pictures();
+    options.initial_faults.never_answer = {0x1051};
+    const zucam::camera camera(options);
+    const scratch files;
+    const ended result = tools::zucam({"record", address_of(camera), files / "x.mkv", "--segment",
+                                       "0.05", "--timeout", "3", "--count", "150", "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    EXPECT_GE(camera.received(0x1051), 1U);
+    EXPECT_GE(tools::objects_in(result.out).size(), 2U);
+}
+
 } // namespace

@@ -126,7 +126,7 @@ public:
     {
         const bool wanted = kept.wants_key_frame(zu::Clock::now());
         if (wanted && !asked_) {
-            (void)to.camera().ask_for_key_frame(); // the next one comes sooner or later
+            ask_for_key_frame(to); // the next one comes sooner or later
         }
         asked_ = wanted;
     }

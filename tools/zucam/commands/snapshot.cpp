@@ -63,7 +63,7 @@ zu::Frame next_key_frame(toolbox& tools, connection& to)
             completer.complete(*frame);
             return std::move(*frame);
         } else if (frame && frame->kind == zu::FrameKind::video && !asked) {
-            (void)to.camera().ask_for_key_frame();
+            ask_for_key_frame(to);
             asked = true;
         }
     }

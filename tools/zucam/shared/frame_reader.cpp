@@ -21,6 +21,12 @@ milliseconds patience_with_video(const toolbox& tools)
     return tools.options.timeout.value_or(usual_patience);
 }
 
+// A turn is enough for the request to begin; the layer goes on with it by itself.
+void ask_for_key_frame(connection& to)
+{
+    (void)to.camera().ask_for_key_frame(one_turn);
+}
+
 frame_reader::frame_reader(toolbox& tools, connection& to) : tools_(tools), to_(to)
 {
 }

@@ -11,6 +11,9 @@ namespace tool
 // How long video may stay away before a command gives up: long enough for a lost link to come back.
 milliseconds patience_with_video(const toolbox& tools);
 
+// Asks for a key frame, which comes or not; its answer is hardly waited for.
+void ask_for_key_frame(connection& to);
+
 class frame_reader
 {
 public:
