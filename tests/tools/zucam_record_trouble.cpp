@@ -82,4 +82,20 @@ TEST(ZucamRecordUnanswered, SegmentsGoOnWithTheKeyFramesThatCome)
     EXPECT_GE(tools::objects_in(result.out).size(), 2U);
 }
 
+// ---- a reader that rests ----
+
+TEST(ZucamRecordReader, ItsRestIsNotTheCamerasSilence)
+{
+    const zucam::camera camera(tools::small_pictures());
+    const scratch files;
+    const std::string pipe = files / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    tools::program recording(ZUCAM_TOOL, {"record", address_of(camera), pipe, "--format", "mkv",
+                                          "--no-audio", "--timeout", "3", "--count", "60"});
+    const ended reader =
+        tools::shell("exec 3< '" + pipe + "'; sleep 5; exec cat <&3 > '" + (files / "x.mkv") + "'");
+    EXPECT_EQ(recording.exit_status(), 0) << recording.errors();
+    EXPECT_EQ(tools::frames_in(files / "x.mkv"), 60U);
+}
+
 } // namespace

@@ -37,8 +37,10 @@ std::optional<zu::Frame> frame_reader::next()
         throw interrupted();
     }
     const milliseconds patience = patience_with_video(tools_);
+    last_video_ += zu::Clock::now() - returned_;
     auto frame = to_.camera().next_frame(std::min(one_turn, patience));
     const auto now = zu::Clock::now();
+    returned_ = now;
     if (frame && frame->kind == zu::FrameKind::video) {
         last_video_ = now;
     } else if (now - last_video_ > patience) {

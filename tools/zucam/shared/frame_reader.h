@@ -20,13 +20,15 @@ public:
     frame_reader(toolbox& tools, connection& to);
 
     // The next frame; nothing when none came for a tenth of a second. Throws the failure of a stall
-    // when no video has come for as long as the patience lasts, and an interruption.
+    // when no video has come for as long as the patience lasts, and an interruption. What the
+    // caller does in between takes nothing of the patience: frames wait in the queue meanwhile.
     std::optional<zu::Frame> next();
 
 private:
     toolbox& tools_;
     connection& to_;
-    zu::Clock::time_point last_video_ = zu::Clock::now();
+    zu::Clock::time_point returned_ = zu::Clock::now(); // when the caller was last left to itself
+    zu::Clock::time_point last_video_ = returned_;      // later by what the caller took since
 };
 
 } // namespace tool
