@@ -2,6 +2,7 @@
 // as fast as they are answered. The request reads a setting and changes nothing.
 #include "commands/commands.h"
 #include "shared/connection.h"
+#include "shared/crew.h"
 #include "shared/exit_codes.h"
 #include "shared/frame_reader.h"
 #include "shared/records.h"
@@ -9,10 +10,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <exception>
 #include <fmt/format.h>
 #include <mutex>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 namespace tool
 {
@@ -77,17 +78,10 @@ public:
 
     void run(unsigned parallel, const stop_signals& signals)
     {
-        std::vector<std::thread> workers;
         const auto began = zu::Clock::now();
-        for (unsigned i = 0; i < parallel; ++i) {
-            workers.emplace_back([this] { ask_again_and_again(); });
-        }
-        while (ended_ < parallel && !signals.asked_to_end()) {
-            signals.wait(one_turn);
-        }
-        stop_ = true;
-        for (std::thread& each : workers) {
-            each.join();
+        ask_in_parallel(parallel, signals);
+        if (thrown_) {
+            std::rethrow_exception(thrown_);
         }
         took_ = last_answer_ - began;
         std::sort(times_.begin(), times_.end());
@@ -124,6 +118,17 @@ public:
     }
 
 private:
+    void ask_in_parallel(unsigned parallel, const stop_signals& signals)
+    {
+        crew workers(stop_);
+        for (unsigned i = 0; i < parallel; ++i) {
+            workers.add([this] { ask_again_and_again(); });
+        }
+        while (ended_ < parallel && !signals.asked_to_end()) {
+            signals.wait(one_turn);
+        }
+    }
+
     bool goes_on()
     {
         const bool more = !count_ || begun_++ < *count_;
@@ -132,8 +137,14 @@ private:
 
     void ask_again_and_again()
     {
-        while (goes_on()) {
-            ask();
+        try {
+            while (goes_on()) {
+                ask();
+            }
+        } catch (...) { // no memory
+            const std::lock_guard<std::mutex> lock(mutex_);
+            thrown_ = std::current_exception();
+            stop_ = true;
         }
         ++ended_;
     }
@@ -166,6 +177,7 @@ private:
     std::mutex mutex_;
     std::vector<double> times_; // milliseconds
     std::error_code failed_;
+    std::exception_ptr thrown_;
     zu::Clock::time_point last_answer_ = zu::Clock::now();
     zu::Clock::duration took_{0};
 };
