@@ -1,20 +1,26 @@
 // What goes wrong around a camera, without a fault being asked for: no thread is to be had, a
-// journal cannot be written or grows, a link ends while requests wait. The thread that is not to be
-// had is refused by this program's own pthread_create, which the C++ run time calls.
+// journal cannot be written or grows, a link ends while requests wait, time passes between two
+// looks at the clock. The thread that is not to be had is refused by this program's own
+// pthread_create, and the time is told by its own clock_gettime; the C++ run time calls both.
 #include "camera_client.h"
 #include "eventually.h"
 #include "virtual_camera/camera.h"
 
 #include <atomic>
 #include <cerrno>
+#include <ctime>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace
 {
 
 std::atomic<bool> no_thread_left{false};
+std::atomic<bool> clock_runs_by_looks{false}; // a millisecond each, and not by itself
+std::atomic<long> looks{0};
 
 } // namespace
 
@@ -24,6 +30,16 @@ extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attribute
     using function = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
     static const auto real = reinterpret_cast<function>(dlsym(RTLD_NEXT, "pthread_create"));
     return no_thread_left ? EAGAIN : real(thread, attributes, start, argument);
+}
+
+extern "C" int clock_gettime(clockid_t which, timespec* into) noexcept
+{
+    if (which != CLOCK_MONOTONIC || !clock_runs_by_looks) {
+        return static_cast<int>(syscall(SYS_clock_gettime, which, into));
+    }
+    const long now = ++looks;
+    *into = {1000000 + now / 1000, now % 1000 * 1000000};
+    return 0;
 }
 
 namespace
@@ -69,6 +85,21 @@ TEST(CameraTrouble, ALinkThatEndsWithRequestsUnreadIsNotReset)
     client.send(unheard);
     EXPECT_TRUE(client.ends());
     EXPECT_FALSE(client.ended_by_reset());
+}
+
+// A link looks at the clock several times a turn. Among so many times of a drop there are some that
+// come between any two of the looks.
+TEST(CameraTrouble, ADropIsNotMissedThatBecomesDueBetweenTwoLooksAtTheClock)
+{
+    for (int due = 1; due <= 20; ++due) {
+        zucam::camera_options options = numbered();
+        options.initial_faults.drop_after_time = std::chrono::milliseconds(due);
+        clock_runs_by_looks = true;
+        const zucam::camera camera(options);
+        camera_client client(camera.port());
+        EXPECT_TRUE(client.ends()) << due;
+        clock_runs_by_looks = false;
+    }
 }
 
 zucam::journal_entry entry_of(std::uint64_t link, std::size_t size)

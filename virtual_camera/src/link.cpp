@@ -150,9 +150,9 @@ int link::wait_limit_ms() const
         limit = std::min(limit, until_ms(waiting_.front().due));
     }
     if (faults_->value.drop_after_time) {
-        // Once the time has passed without a drop (they are used up), it is no reason to wake.
-        const int left = until_ms(began_ + *faults_->value.drop_after_time);
-        limit = left > 0 ? std::min(limit, left) : limit;
+        // Once it was looked at and no drop came of it (they are used up), it is no reason to wake.
+        const auto due = began_ + *faults_->value.drop_after_time;
+        limit = looked_at_ < due ? std::min(limit, until_ms(due)) : limit;
     }
     switch (last_outcome_) {
     case message_writer::outcome::more:
@@ -214,12 +214,13 @@ bool link::handle_due_requests()
     return true;
 }
 
-bool link::drop_is_due() const
+bool link::drop_is_due()
 {
+    looked_at_ = clock::now();
     const faults& wanted = faults_->value;
     const bool by_count =
         wanted.drop_after_messages && writer_.messages_sent() >= *wanted.drop_after_messages;
-    const bool by_time = wanted.drop_after_time && clock::now() >= began_ + *wanted.drop_after_time;
+    const bool by_time = wanted.drop_after_time && looked_at_ >= began_ + *wanted.drop_after_time;
     return (by_count || by_time) && faults_->take_drop();
 }
 

@@ -88,7 +88,7 @@ private:
     bool handle_due_requests();
     bool write_messages();
     bool still_moving();
-    bool drop_is_due() const;
+    bool drop_is_due();
     void close_socket();
 
     const std::uint64_t number_;
@@ -105,6 +105,7 @@ private:
     message_writer writer_;
     message_writer::outcome last_outcome_ = message_writer::outcome::idle;
     const clock::time_point began_ = clock::now();
+    clock::time_point looked_at_ = began_; // for a drop
     clock::time_point progress_at_ = began_;
     std::uint64_t progress_bytes_ = 0;
     bool readable_ = false;
