@@ -1,5 +1,6 @@
 // How zucam-sim starts, and does not: what a refused start leaves alone, what can interrupt one,
-// and what is tried before the program says that it listens. The program is the one that is built.
+// and what is tried before the program says that it listens. And how it ends where something that
+// it waits for never comes. The program is the one that is built.
 #include "camera_client.h"
 #include "eventually.h"
 #include "program_runner.h"
@@ -8,8 +9,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -74,6 +77,49 @@ TEST(CameraStart, ASourceThatNeverShowsAnythingCanBeInterrupted)
     })) << "the program reads from its source";
     sim.send_signal(SIGINT);
     EXPECT_EQ(sim.exit_status(), 1000 + SIGINT);
+    (void)close(feeder);
+}
+
+bool sleeps(pid_t who)
+{
+    std::ifstream status("/proc/" + std::to_string(who) + "/status");
+    const std::string all{std::istreambuf_iterator<char>(status), {}};
+    return all.find("State:\tS") != std::string::npos;
+}
+
+TEST(CameraStart, AJournalThatNobodyReadsCanBeInterrupted)
+{
+    const scratch files;
+    const std::string pipe = files / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    program sim(ZUCAM_SIM, {"--numbered", "64", "--journal", pipe});
+    ASSERT_TRUE(support::eventually([&] { return sleeps(sim.pid()); })) << "it opens the journal";
+    sim.send_signal(SIGTERM);
+    EXPECT_EQ(sim.exit_status(), 1000 + SIGTERM);
+}
+
+// The picture has become a pipe that brings nothing by the time that somebody watches.
+TEST(CameraStart, ASecondSignalEndsItWhileAStreamWaitsForItsSource)
+{
+    const scratch files;
+    const std::string source = files.write("source", "P6\n2 2\n255\n" + std::string(12, 'x'));
+    program sim(ZUCAM_SIM, {"--source", source});
+    const std::uint16_t port = tools::port_in(sim.next_line());
+    ASSERT_NE(port, 0);
+    ASSERT_EQ(unlink(source.c_str()), 0);
+    ASSERT_EQ(mkfifo(source.c_str(), 0600), 0);
+    camera_client client(port);
+    client.send_start(0);
+    int feeder = -1;
+    ASSERT_TRUE(support::eventually([&] {
+        feeder = open(source.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        return feeder >= 0;
+    })) << "the stream reads from its source";
+    sim.send_signal(SIGTERM);
+    EXPECT_TRUE(client.ends()) << "the first signal has been heard";
+    sim.send_signal(SIGUSR1);
+    sim.send_signal(SIGTERM);
+    EXPECT_EQ(sim.exit_status(), 1000 + SIGTERM);
     (void)close(feeder);
 }
 
