@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -61,6 +62,27 @@ TEST(CameraStart, AJournalThatCannotBeWrittenIsToldOnce)
     EXPECT_EQ(sim.exit_status(), 0);
     EXPECT_EQ(sim.errors(), "zucam: the journal lacks lines, it cannot be written: No space left "
                             "on device\n");
+}
+
+TEST(CameraStart, AJournalThatMayNotGrowIsToldAndTheCameraGoesOn)
+{
+    const scratch files;
+    program sim(ZUCAM_SIM, {"--numbered", "64", "--journal", files / "journal"});
+    const std::uint16_t port = tools::port_in(sim.next_line());
+    rlimit usual{};
+    ASSERT_EQ(prlimit(sim.pid(), RLIMIT_FSIZE, nullptr, &usual), 0);
+    const rlimit small = {100, usual.rlim_max};
+    ASSERT_EQ(prlimit(sim.pid(), RLIMIT_FSIZE, &small, nullptr), 0);
+    camera_client client(port);
+    for (int i = 0; i < 3; ++i) {
+        client.send(from_hex("21100000 00000000 00000000"));
+        ASSERT_TRUE(client.next());
+    }
+    ASSERT_EQ(prlimit(sim.pid(), RLIMIT_FSIZE, &usual, nullptr), 0);
+    sim.send_signal(SIGTERM);
+    EXPECT_EQ(sim.exit_status(), 0);
+    EXPECT_EQ(sim.errors(),
+              "zucam: the journal lacks lines, it cannot be written: File too large\n");
 }
 
 // The source is a pipe that brings nothing: who reads from it waits.

@@ -100,6 +100,7 @@ int run(const zucam::program_options& options)
 int main(int argc, char** argv)
 {
     (void)std::signal(SIGPIPE, SIG_IGN); // whoever reads our lines may go away
+    (void)std::signal(SIGXFSZ, SIG_IGN); // the journal says so itself when it may not grow
     const zucam::command_line line = zucam::read_command_line(argc, argv);
     return line.run ? run(*line.run) : line.status;
 }
