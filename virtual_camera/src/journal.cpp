@@ -145,8 +145,9 @@ void journal::add(journal_entry entry)
     if (file_) {
         file_->write(to_json(entry));
     }
-    bytes_ += size_of(entry);
-    entries_.push_back(std::move(entry));
+    const std::size_t size = size_of(entry);
+    entries_.push_back(std::move(entry)); // throws without memory
+    bytes_ += size;
     while (bytes_ > limit_) {
         bytes_ -= size_of(entries_.front());
         entries_.pop_front();

@@ -17,18 +17,20 @@ outbox::outbox(std::size_t backlog_limit) : limit_(backlog_limit)
 void outbox::put_answer(shared_message message)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    bytes_ += message->size();
-    entries_.push_back({std::move(message), no_stream});
+    const std::size_t size = message->size();
+    entries_.push_back({std::move(message), no_stream}); // throws without memory
+    bytes_ += size;
 }
 
 bool outbox::put_stream_data(unsigned stream, shared_message message)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (!entries_.empty() && bytes_ + message->size() > limit_) {
+    const std::size_t size = message->size();
+    if (!entries_.empty() && bytes_ + size > limit_) {
         return false;
     }
-    bytes_ += message->size();
     entries_.push_back({std::move(message), static_cast<int>(stream)});
+    bytes_ += size;
     return true;
 }
 
