@@ -4,12 +4,14 @@
 // pthread_create, and the time is told by its own clock_gettime; the C++ run time calls both.
 #include "camera_client.h"
 #include "eventually.h"
+#include "scratch.h"
 #include "virtual_camera/camera.h"
 
 #include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <dlfcn.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/syscall.h>
@@ -72,6 +74,23 @@ TEST(CameraTrouble, AStreamWithoutAThreadCostsItsViewerTheLinkAndNobodyElse)
     no_thread_left = false;
     other.send_start(0);
     EXPECT_TRUE(other.next_with_flag("KTVF"));
+}
+
+TEST(CameraTrouble, ALinkWithoutAThreadIsJournalledToItsEnd)
+{
+    const tools::scratch files;
+    zucam::camera_options options = numbered();
+    options.journal_to = std::make_shared<zucam::journal_file>(files / "journal");
+    {
+        const zucam::camera camera(options);
+        no_thread_left = true;
+        camera_client client(camera.port());
+        EXPECT_TRUE(client.ends());
+        no_thread_left = false;
+    }
+    const std::string journal = files.read("journal");
+    EXPECT_THAT(journal, testing::HasSubstr(R"("link":1,"event":"connected"})"));
+    EXPECT_THAT(journal, testing::HasSubstr(R"("link":1,"event":"disconnected"})"));
 }
 
 TEST(CameraTrouble, ALinkThatEndsWithRequestsUnreadIsNotReset)

@@ -15,7 +15,6 @@
 #include <poll.h>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace zucam
 {
@@ -224,12 +223,23 @@ std::unique_ptr<link> camera_core::make_link(int socket, std::uint64_t number)
     }
 }
 
-// The link is in the table before its thread runs: whatever a peer has seen of a link, drop_links
-// and set_faults find it.
 void camera_core::add_link(std::unique_ptr<link> made)
 {
     const std::uint64_t number = made->number();
     note(journal_event::connected, number);
+    try {
+        begin_link(std::move(made));
+    } catch (...) {
+        note_end(number);
+        throw;
+    }
+}
+
+// The link is in the table before its thread runs: whatever a peer has seen of a link, drop_links
+// and set_faults find it.
+void camera_core::begin_link(std::unique_ptr<link> made)
+{
+    const std::uint64_t number = made->number();
     const std::lock_guard<std::mutex> lock(mutex_);
     link& added = *links_.emplace(number, std::move(made)).first->second;
     try {
@@ -241,17 +251,16 @@ void camera_core::add_link(std::unique_ptr<link> made)
     }
 }
 
+// Moves entries from map to map, which needs no memory: nothing here can throw.
 void camera_core::clear_ended_links()
 {
-    std::vector<std::unique_ptr<link>> gone;
+    std::map<std::uint64_t, std::unique_ptr<link>> gone;
     std::unique_lock<std::mutex> lock(mutex_);
     for (auto at = links_.begin(); at != links_.end();) {
-        if (!at->second->has_ended()) {
-            ++at;
-            continue;
+        const auto looked_at = at++;
+        if (looked_at->second->has_ended()) {
+            (void)gone.insert(links_.extract(looked_at));
         }
-        gone.push_back(std::move(at->second));
-        at = links_.erase(at);
     }
     lock.unlock();
     const std::uint64_t count = gone.size();
@@ -277,6 +286,16 @@ void camera_core::note(journal_event event, std::uint64_t link_number)
     journal_.add({event, clock_us(), options_.index, link_number, 0, 0, {}});
 }
 
+// For where a link is over, and the lack of memory may cost nothing but the line.
+void camera_core::note_end(std::uint64_t link_number)
+{
+    try {
+        note(journal_event::disconnected, link_number);
+    } catch (const std::exception& error) {
+        (void)std::fprintf(stderr, "zucam: the journal lacks a line: %s\n", error.what());
+    }
+}
+
 void camera_core::received(link& from, const wire::request& what)
 {
     journal_.add({journal_event::request, clock_us(), options_.index, from.number(), what.type,
@@ -299,7 +318,7 @@ void camera_core::ended(link& from)
     for (const auto& hub : hubs_) {
         hub->remove(from);
     }
-    note(journal_event::disconnected, from.number());
+    note_end(from.number());
     waker_.wake();
 }
 

@@ -57,6 +57,7 @@ private:
     std::uint64_t count_connection();
     std::unique_ptr<link> make_link(int socket, std::uint64_t number);
     void add_link(std::unique_ptr<link> made);
+    void begin_link(std::unique_ptr<link> made);
     void obey_refusal();
     void mark_obeyed(std::uint64_t generation);
     void clear_ended_links();
@@ -65,6 +66,7 @@ private:
     void stop_stream(link& from, const wire::request& what);
     void make_key_frame(link& from, const wire::request& what);
     void note(journal_event event, std::uint64_t link_number);
+    void note_end(std::uint64_t link_number);
 
     const camera_options options_;
     const waker waker_;
