@@ -82,6 +82,19 @@ TEST(ZucamRecordUnanswered, SegmentsGoOnWithTheKeyFramesThatCome)
     EXPECT_GE(tools::objects_in(result.out).size(), 2U);
 }
 
+TEST(ZucamRecordUnanswered, ACameraThatSendsNoVideoIsToldAndLeavesNothing)
+{
+    zucam::camera_options options = tools::small_pictures();
+    options.initial_faults.drop_after_messages = 2; // each link ends before the first frame
+    const zucam::camera camera(options);
+    const scratch files;
+    const ended result =
+        tools::zucam({"record", address_of(camera), files / "x.mkv", "--timeout", "2"});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_THAT(result.err, StartsWith("zucam: no video came from " + address_of(camera)));
+    EXPECT_EQ(files.names().size(), 0U);
+}
+
 // ---- a reader that rests ----
 
 TEST(ZucamRecordReader, ItsRestIsNotTheCamerasSilence)

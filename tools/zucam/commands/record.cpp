@@ -168,7 +168,7 @@ void keep(toolbox& tools, connection& to, recording& kept, const record_options&
 }
 
 // Video that came and could not be kept is not the same as none.
-void check_result(const recording& kept)
+void check_result(const recording& kept, const connection& to)
 {
     if (kept.total().frames > 0) {
         return;
@@ -177,6 +177,7 @@ void check_result(const recording& kept)
         throw failure(exit_code::protocol, "the camera sends no key frame of H.264 or H.265; "
                                            "nothing was written");
     }
+    throw failure(exit_code::stalled, "no video came from " + to.place().label);
 }
 
 void tell_losses(toolbox& tools, connection& to)
@@ -200,8 +201,8 @@ void keep_and_finish(toolbox& tools, connection& to, recording& kept, const reco
         if (failed.code() != exit_code::output) {
             kept.finish();
         }
-        if (failed.code() == exit_code::stalled) {
-            check_result(kept);
+        if (failed.code() == exit_code::stalled && kept.has_seen_video()) {
+            check_result(kept, to);
         }
         throw;
     }
@@ -232,7 +233,7 @@ void record(toolbox& tools, const record_options& options)
     if (tools.signals.asked_to_end()) {
         throw interrupted();
     }
-    check_result(kept);
+    check_result(kept, to);
 }
 
 void add_out_options(command& sub, const std::shared_ptr<record_options>& options)
