@@ -243,6 +243,15 @@ TEST(ZucamBench, ItMeasuresFramesAndRequests)
               told["round_trip_ms"]["p99"].get<double>());
 }
 
+TEST(ZucamBench, TheShortestOneMeasuresTheVideoToo)
+{
+    const zucam::camera camera(tools::no_pictures());
+    const ended result =
+        tools::zucam({"bench", address_of(camera), "--seconds", "0.001", "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_GT(object_in(result)["frames_per_second"].get<double>(), 0.0);
+}
+
 // ---- what may go wrong ----
 
 TEST(ZucamFailures, NobodyThere)

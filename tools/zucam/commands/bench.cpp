@@ -204,16 +204,20 @@ void wait_for_video(toolbox& tools, connection& to)
     }
 }
 
+// Until a frame has come, however short that is.
 flow measure_video(toolbox& tools, connection& to, milliseconds length)
 {
     wait_for_video(tools, to);
     const auto end = zu::Clock::now() + length;
+    const auto latest = end + patience_with_video(tools);
     const flow_meter meter(to.camera());
     tools.out.live({"measuring the video alone"});
-    while (zu::Clock::now() < end) {
+    flow video;
+    for (auto now = zu::Clock::now(); now < end || (video.frames <= 0 && now < latest);
+         now = zu::Clock::now()) {
         wait_a_turn(tools);
+        video = meter.so_far();
     }
-    const flow video = meter.so_far();
     if (video.frames <= 0) {
         throw failure(exit_code::stalled, "no video came from " + to.place().label);
     }
@@ -254,7 +258,7 @@ void bench(toolbox& tools, const bench_options& options)
     handlers.on_frame = [](const zu::FrameView&) {}; // counting is all that is wanted
     handlers.requests_at_once = options.parallel;
     connection to(tools, find_camera(tools, options.camera), std::move(handlers));
-    const milliseconds half = options.limit.seconds.value_or(usual_length) / 2;
+    const milliseconds half = std::max(options.limit.seconds.value_or(usual_length) / 2, one_turn);
     to.start_stream(options.stream);
     tools.signals.finish_orderly();
     const flow alone = measure_video(tools, to, half);
