@@ -5,6 +5,7 @@
 #include <csignal>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace
 {
@@ -91,6 +92,21 @@ TEST(ZucamSnapshot, AFailureLosesNothing)
     EXPECT_EQ(files.names(), std::vector<std::string>{"x.jpg"});
     EXPECT_EQ(tools::zucam({"snapshot", address_of(camera), files / "x.jpg", "--force"}).status, 0);
     EXPECT_EQ(tools::complaints(files / "x.jpg"), "");
+}
+
+TEST(ZucamSnapshot, ALinkStaysAndItsFileIsReplaced)
+{
+    const zucam::camera camera(tools::small_pictures());
+    const scratch files;
+    (void)files.write("x.jpg", "yesterday");
+    ASSERT_EQ(symlink("x.jpg", (files / "link.jpg").c_str()), 0);
+    const ended result =
+        tools::zucam({"snapshot", address_of(camera), files / "link.jpg", "--force"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    char target[10] = {};
+    EXPECT_EQ(readlink((files / "link.jpg").c_str(), target, sizeof(target)), 5);
+    EXPECT_EQ(tools::complaints(files / "x.jpg"), "");
+    EXPECT_EQ(files.names().size(), 2U) << "nothing else is left";
 }
 
 // ---- sim ----

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
@@ -83,6 +84,14 @@ void write_whole(const std::string& name, const byte_string& bytes, const stop_s
     out.check();
 }
 
+// A link stays, and what it leads to is replaced.
+std::string behind_links(const std::string& name)
+{
+    std::error_code missing;
+    const std::filesystem::path real = std::filesystem::canonical(name, missing);
+    return missing ? name : real.string();
+}
+
 void write_beside(const std::string& name, const byte_string& bytes, const stop_signals& signals)
 {
     const std::string beside = fmt::format("{}.{}.part", name, getpid());
@@ -134,7 +143,7 @@ void snapshot(toolbox& tools, const snapshot_options& options)
     if (is_ordinary(options.out)) {
         check_output_name(options.out, options.force); // somebody may have been quicker
         tools.signals.finish_orderly();                // so that no part of it is left behind
-        write_beside(options.out, shown.bytes, tools.signals);
+        write_beside(behind_links(options.out), shown.bytes, tools.signals);
     } else {
         write_whole(options.out, shown.bytes, tools.signals);
     }
