@@ -20,6 +20,25 @@ protected:
             ended = true;
         });
     }
+    // The same while callers wait for a device that does not answer, of whose requests it has got
+    // so many. All are sent away.
+    template <class Request>
+    void end_while_they_wait(size_t callers, Request request, uint32_t type, size_t begun)
+    {
+        device->behave(mute());
+        Camera& its = log_in();
+        std::vector<std::thread> each;
+        for (size_t i = 0; i < callers; i++) {
+            each.emplace_back([&] { EXPECT_EQ(request(its), Errc::closed); });
+        }
+        EXPECT_TRUE(eventually([&] { return its.stats().requests == callers; }))
+            << "all have handed in";
+        EXPECT_TRUE(eventually([&] { return asked(type) == begun; }));
+        end();
+        for (auto& caller : each) {
+            caller.join();
+        }
+    }
     void TearDown() override
     {
         if (ending.joinable()) {
@@ -35,18 +54,8 @@ protected:
 TEST_F(End, SendsWaitingCallersAway)
 {
     std::optional<stopped_clock> still(std::in_place); // nobody is given up for the next to begin
-    device->behave(mute());
-    Camera& its = log_in();
-    std::vector<std::thread> callers;
-    for (int i = 0; i < 6; i++) {
-        callers.emplace_back([&] { EXPECT_EQ(its.standard(1, 1, long_enough), Errc::closed); });
-    }
-    EXPECT_TRUE(eventually([&] { return its.stats().requests == 6; })) << "all have handed in";
-    EXPECT_TRUE(eventually([this] { return asked(move_message) == 4; }));
-    end();
-    for (auto& caller : callers) {
-        caller.join();
-    }
+    end_while_they_wait(
+        6, [](Camera& its) { return its.standard(1, 1, long_enough); }, move_message, 4);
     still.reset();
     EXPECT_TRUE(eventually([this] { return ended.load(); })) << "the library has given up by then";
     EXPECT_EQ(asked(move_message), 4U) << "what had not begun never began";
@@ -55,18 +64,8 @@ TEST_F(End, SendsWaitingCallersAway)
 TEST_F(End, KeepsStartsThatWaitForTheirTurnFromBeginning)
 {
     std::optional<stopped_clock> still(std::in_place);
-    device->behave(mute());
-    Camera& its = log_in();
-    std::vector<std::thread> callers;
-    for (int i = 0; i < 3; i++) {
-        callers.emplace_back([&] { EXPECT_EQ(its.start_stream({}, long_enough), Errc::closed); });
-    }
-    EXPECT_TRUE(eventually([&] { return its.stats().requests == 3; })) << "all have handed in";
-    EXPECT_TRUE(eventually([this] { return asked(start_message) == 1; }));
-    end();
-    for (auto& caller : callers) {
-        caller.join();
-    }
+    end_while_they_wait(
+        3, [](Camera& its) { return its.start_stream({}, long_enough); }, start_message, 1);
     still.reset();
     EXPECT_TRUE(eventually([this] { return ended.load(); })) << "the library has given one up";
     EXPECT_EQ(asked(start_message), 1U);

@@ -63,6 +63,17 @@ public:
     const bytes whole = make_message(0x1100, 0, body_of(3));
 };
 
+// Stops the receiver at the fourth look below its mark, once three seconds are over.
+struct hold_at_fourth_look {
+    turnstile gate;
+    int number = 0; // of the look, on the receiver's thread
+    const before_call looks{"ioctl", [this] {
+                                if (++number == 4) {
+                                    gate.pass();
+                                }
+                            }};
+};
+
 } // namespace
 
 TEST(ReceiverMark, APieceOfAFrameWakesNobody)
@@ -146,18 +157,12 @@ TEST(ReceiverMark, AByteASecondBelowItKeepsTheReceiver)
 TEST(ReceiverMark, AByteBelowItBeginsTheSixSecondsAnew)
 {
     receiver_in_a_frame stand;
-    turnstile fourth_look;
-    int number = 0; // of the look, on the receiver's thread
-    const before_call looks("ioctl", [&] {
-        if (++number == 4) {
-            fourth_look.pass();
-        }
-    });
-    ASSERT_TRUE(fourth_look.reached());
+    hold_at_fourth_look hold;
+    ASSERT_TRUE(hold.gate.reached());
     const auto sent_at = steady::now();
     stand.send_up_to(begun + 1);
     ASSERT_TRUE(all_arrived(stand));
-    fourth_look.let_go();
+    hold.gate.let_go();
     ASSERT_TRUE(stand.receiver_ended());
     EXPECT_GE(steady::now() - sent_at, std::chrono::milliseconds(5900));
     expect_log(stand, {error("no msg in 6 seconds!\n"), error("ret: 0, tv_sec: 0\n")});
@@ -167,18 +172,12 @@ TEST(ReceiverMark, ALookThatFindsNothingIsNoEndOfAWait)
 {
     receiver_in_a_frame stand(2);
     const before_call asked("getsockopt");
-    turnstile fourth_look; // three would be doubt enough
-    int number = 0;        // of the look, on the receiver's thread
-    const before_call looks("ioctl", [&] {
-        if (++number == 4) {
-            fourth_look.pass();
-        }
-    });
-    ASSERT_TRUE(fourth_look.reached());
+    hold_at_fourth_look hold; // three would be doubt enough
+    ASSERT_TRUE(hold.gate.reached());
     EXPECT_EQ(asked.count(), 0);
     EXPECT_FALSE(stand.log.has_beginning("select timeout"));
     ASSERT_TRUE(stand.send_up_to(stand.whole.size()) && all_arrived(stand));
-    fourth_look.let_go();
+    hold.gate.let_go();
     EXPECT_TRUE(stand.takes_the_rest());
     EXPECT_TRUE(takes_a_frame(stand));
 }

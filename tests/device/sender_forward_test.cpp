@@ -29,15 +29,11 @@ struct sender_forward : testing::Test {
     {
         ASSERT_TRUE(requester.send_to(stand.int_port(), datagram));
     }
-    bytes device_reads(size_t count)
-    {
-        return stand.link.read_bytes(count);
-    }
     // Proves that nothing else is on the way: the next bytes the device reads are these.
     void expect_next_request_intact()
     {
         request(start_datagram());
-        EXPECT_EQ(device_reads(20), stamped(start_datagram(), requester.port()));
+        EXPECT_EQ(stand.link.read_bytes(20), stamped(start_datagram(), requester.port()));
         EXPECT_TRUE(stand.sender_runs());
     }
 };
@@ -49,7 +45,7 @@ TEST_F(sender_forward, StampsPort40000AsTheBytes9C40)
     std::optional<loopback_socket> on_40000; // another program may hold the port for a while
     ASSERT_TRUE(eventually([&] { return on_40000.emplace(40000).taken(); }));
     on_40000->send_to(stand.int_port(), start_datagram());
-    EXPECT_EQ(device_reads(20),
+    EXPECT_EQ(stand.link.read_bytes(20),
               hex("01 10 00 00  08 00 00 00  9C 40 00 00  02 00 00 00  05 00 00 00"));
 }
 
@@ -58,7 +54,7 @@ TEST_F(sender_forward, StampsWhateverPortTheRequesterHas)
     for (int i = 0; i < 8; i++) {
         loopback_socket one;
         one.send_to(stand.int_port(), start_datagram());
-        EXPECT_EQ(device_reads(20), stamped(start_datagram(), one.port()));
+        EXPECT_EQ(stand.link.read_bytes(20), stamped(start_datagram(), one.port()));
     }
 }
 
@@ -67,13 +63,13 @@ TEST_F(sender_forward, OverwritesAWaitPortThatTheRequesterHasSet)
     bytes datagram = start_datagram();
     std::fill_n(datagram.begin() + 8, 4, static_cast<unsigned char>(0xff));
     request(datagram);
-    EXPECT_EQ(device_reads(20), stamped(datagram, requester.port()));
+    EXPECT_EQ(stand.link.read_bytes(20), stamped(datagram, requester.port()));
 }
 
 TEST_F(sender_forward, ForwardsABareHeaderOf12Bytes)
 {
     request(hex("51 10 00 00  00 00 00 00  00 00 00 00"));
-    EXPECT_EQ(device_reads(12),
+    EXPECT_EQ(stand.link.read_bytes(12),
               stamped(hex("51 10 00 00  00 00 00 00  00 00 00 00"), requester.port()));
 }
 
@@ -81,14 +77,14 @@ TEST_F(sender_forward, ForwardsBytesThatAreNoKnownMessage)
 {
     const bytes datagram = pattern(777);
     request(datagram);
-    EXPECT_EQ(device_reads(777), stamped(datagram, requester.port()));
+    EXPECT_EQ(stand.link.read_bytes(777), stamped(datagram, requester.port()));
 }
 
 TEST_F(sender_forward, DoesNotCompareTheLengthWithTheSizeOfTheDatagram)
 {
     const bytes datagram = make_message(0x1001, 4000, 0, pattern(8));
     request(datagram);
-    EXPECT_EQ(device_reads(20), stamped(datagram, requester.port()));
+    EXPECT_EQ(stand.link.read_bytes(20), stamped(datagram, requester.port()));
     expect_next_request_intact();
 }
 
@@ -96,7 +92,7 @@ TEST_F(sender_forward, ForwardsADatagramOf5120BytesWhole)
 {
     const bytes datagram = pattern(5120);
     request(datagram);
-    EXPECT_EQ(device_reads(5120), stamped(datagram, requester.port()));
+    EXPECT_EQ(stand.link.read_bytes(5120), stamped(datagram, requester.port()));
     expect_next_request_intact();
 }
 
@@ -105,7 +101,7 @@ TEST_F(sender_forward, CutsADatagramOf6000BytesTo5120)
     const bytes datagram = pattern(6000);
     request(datagram);
     const bytes cut(datagram.begin(), datagram.begin() + 5120);
-    EXPECT_EQ(device_reads(5120), stamped(cut, requester.port()));
+    EXPECT_EQ(stand.link.read_bytes(5120), stamped(cut, requester.port()));
     expect_next_request_intact();
 }
 
@@ -127,7 +123,7 @@ TEST_F(sender_forward, GoesOnAfterAFailedReadOfADatagram)
 {
     const fault failing_read("recvfrom", ENOMEM, 1, 1);
     request(start_datagram()); // stays in the socket, the next pass reads it
-    EXPECT_EQ(device_reads(20), stamped(start_datagram(), requester.port()));
+    EXPECT_EQ(stand.link.read_bytes(20), stamped(start_datagram(), requester.port()));
     EXPECT_EQ(stand.log.count("recv data msg fail!\n"), 1);
     EXPECT_EQ(failing_read.hits(), 1);
     EXPECT_TRUE(stand.sender_runs());
@@ -147,7 +143,7 @@ TEST_F(sender_forward, SendsEachRequestInOneCall)
 {
     const before_call sends("send");
     request(pattern(5120));
-    EXPECT_EQ(device_reads(5120).size(), 5120U);
+    EXPECT_EQ(stand.link.read_bytes(5120).size(), 5120U);
     expect_next_request_intact();
     EXPECT_EQ(sends.count(), 2);
 }
@@ -158,7 +154,8 @@ TEST_F(sender_forward, ForwardsRequestsInTheOrderOfTheirArrival)
         request(make_message(0x1051, 0, le32(i)));
     }
     for (unsigned i = 0; i < 100; i++) {
-        EXPECT_EQ(device_reads(16), stamped(make_message(0x1051, 0, le32(i)), requester.port()));
+        EXPECT_EQ(stand.link.read_bytes(16),
+                  stamped(make_message(0x1051, 0, le32(i)), requester.port()));
     }
 }
 
@@ -183,7 +180,7 @@ TEST_F(sender_forward, KeepsTheRequestsOfManyRequestersWhole)
     for (int i = 0; i < requesters * each; i++) {
         const auto port = sockets[static_cast<size_t>(i / each)].port();
         wanted.push_back(stamped(datagram_of(i / each), port));
-        read.push_back(device_reads(612));
+        read.push_back(stand.link.read_bytes(612));
     }
     for (auto& thread : threads) {
         thread.join();

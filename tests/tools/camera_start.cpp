@@ -85,21 +85,38 @@ TEST(CameraStart, AJournalThatMayNotGrowIsToldAndTheCameraGoesOn)
               "zucam: the journal lacks lines, it cannot be written: File too large\n");
 }
 
-// The source is a pipe that brings nothing: who reads from it waits.
+// Stands at the other end of a pipe, from when somebody reads from it, and writes nothing: who
+// reads waits.
+class silent_feeder
+{
+public:
+    explicit silent_feeder(const std::string& pipe)
+    {
+        EXPECT_TRUE(support::eventually([&] {
+            end_ = open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+            return end_ >= 0;
+        })) << "somebody reads from it";
+    }
+    ~silent_feeder()
+    {
+        (void)close(end_);
+    }
+    silent_feeder(const silent_feeder&) = delete;
+    silent_feeder& operator=(const silent_feeder&) = delete;
+
+private:
+    int end_ = -1;
+};
+
 TEST(CameraStart, ASourceThatNeverShowsAnythingCanBeInterrupted)
 {
     const scratch files;
     const std::string pipe = files / "pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     program sim(ZUCAM_SIM, {"--source", pipe});
-    int feeder = -1;
-    ASSERT_TRUE(support::eventually([&] {
-        feeder = open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-        return feeder >= 0;
-    })) << "the program reads from its source";
+    const silent_feeder feeder(pipe);
     sim.send_signal(SIGINT);
     EXPECT_EQ(sim.exit_status(), 1000 + SIGINT);
-    (void)close(feeder);
 }
 
 bool sleeps(pid_t who)
@@ -132,17 +149,12 @@ TEST(CameraStart, ASecondSignalEndsItWhileAStreamWaitsForItsSource)
     ASSERT_EQ(mkfifo(source.c_str(), 0600), 0);
     camera_client client(port);
     client.send_start(0);
-    int feeder = -1;
-    ASSERT_TRUE(support::eventually([&] {
-        feeder = open(source.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-        return feeder >= 0;
-    })) << "the stream reads from its source";
+    const silent_feeder feeder(source);
     sim.send_signal(SIGTERM);
     EXPECT_TRUE(client.ends()) << "the first signal has been heard";
     sim.send_signal(SIGUSR1);
     sim.send_signal(SIGTERM);
     EXPECT_EQ(sim.exit_status(), 1000 + SIGTERM);
-    (void)close(feeder);
 }
 
 TEST(CameraStart, ACodecThatIsNotThereIsRefused)

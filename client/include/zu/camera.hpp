@@ -29,7 +29,8 @@
 //  4. Threads: one per camera for key frames and timers, one for the event handler if there is one,
 //     and for requests up to `requests_at_once` and one each for what the layer asks for by itself
 //     (key frame, stop of a movement, stop of a stream), made when first needed; besides the three
-//     of the C library.
+//     of the C library. Where a device leaves stops of a movement unanswered there are some more,
+//     one for each second until the C library gives the first up.
 #pragma once
 
 #include <memory>
